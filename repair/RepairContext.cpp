@@ -1,0 +1,42 @@
+#include "repair/RepairContext.h"
+
+#include <limits>
+#include <sys/types.h>
+
+FILE *pHandle = nullptr;
+quint64 dwOffset = 0;
+
+namespace RepairIO {
+
+bool Seek(quint64 pos)
+{
+    if (!pHandle || pos > quint64(std::numeric_limits<off_t>::max()))
+        return false;
+    return fseeko(pHandle, off_t(pos), SEEK_SET) == 0;
+}
+
+quint32 ReadWord(quint64 pos)
+{
+    unsigned char b[4] = {0, 0, 0, 0};
+    if (Seek(pos))
+        (void)fread(b, 1, 4, pHandle);
+    return (quint32(b[0]) << 24) | (quint32(b[1]) << 16) | (quint32(b[2]) << 8) | quint32(b[3]);
+}
+
+void WriteWord(quint64 pos, quint32 word)
+{
+    if (!Seek(pos))
+        return;
+    const unsigned char b[4] = {quint8(word >> 24), quint8(word >> 16), quint8(word >> 8), quint8(word)};
+    (void)fwrite(b, 1, 4, pHandle);
+}
+
+quint64 FileLength()
+{
+    if (!pHandle || fseeko(pHandle, 0, SEEK_END) != 0)
+        return 0;
+    const off_t end = ftello(pHandle);
+    return end < 0 ? 0 : quint64(end);
+}
+
+} // namespace RepairIO

@@ -1,0 +1,102 @@
+#include "repair/ThreadVideoRepair.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QMutexLocker>
+
+ThreadVideoRepair::ThreadVideoRepair(QObject *parent) : QThread(parent)
+{
+    bStopFlag = false;
+}
+
+ThreadVideoRepair::~ThreadVideoRepair()
+{
+    // Destroying a running QThread aborts the process: stop our own run and wait for it. The stop
+    // request is withdrawn afterwards so that an idle worker's end never stops the next run.
+    if (isRunning()) {
+        bStopFlag = true;
+        m_condition.wakeAll();
+        wait();
+        bStopFlag = false;
+    }
+}
+
+void ThreadVideoRepair::SetInitialSettings(QStringList files, QString tempFolder)
+{
+    QMutexLocker locker(&m_mutex);
+    m_sourceFiles = files;
+    m_tempFolder = tempFolder;
+    if (isRunning()) {
+        bStopFlag = true;
+        m_condition.wakeOne();
+    } else {
+        start(QThread::LowPriority);
+    }
+}
+
+QStringList ThreadVideoRepair::UnsupportedList() const
+{
+    QMutexLocker locker(&m_resultMutex);
+    return m_unsupportedList;
+}
+
+void ThreadVideoRepair::ClearUnsupportedList()
+{
+    QMutexLocker locker(&m_resultMutex);
+    m_unsupportedList.clear();
+}
+
+QString ThreadVideoRepair::RepairedPath() const
+{
+    QMutexLocker locker(&m_resultMutex);
+    return m_repairedPath;
+}
+
+void ThreadVideoRepair::SetReEncodingEnabled(bool enabled)
+{
+    m_reEncode = enabled;
+}
+
+bool ThreadVideoRepair::ReEncodingEnabled() const
+{
+    return m_reEncode;
+}
+
+void ThreadVideoRepair::run()
+{
+    QMutexLocker locker(&m_mutex);
+    bProcessRunning = true;
+    if (!bStopFlag) {
+        OnRepair();
+        if (!bStopFlag) {
+            Q_EMIT RepairFinish();
+            bStopFlag = false;
+            bProcessRunning = false;
+            return;
+        }
+    }
+    Q_EMIT ProcessAborted();
+    bStopFlag = false;
+    bProcessRunning = false;
+}
+
+void ThreadVideoRepair::OnRepair()
+{
+    const int n = m_sourceFiles.size();
+    Q_EMIT MaxProgress(static_cast<unsigned long>(n));
+
+    QStringList workingCopies;
+    for (int i = 0; i < n && !bStopFlag; ++i) {
+        const QString fileName = QFileInfo(m_sourceFiles.at(i)).fileName();
+        const QString target = m_tempFolder + "/" + fileName;
+        Q_EMIT Info(tr("Scanning ") + fileName + tr(" file"));
+        Q_EMIT ProgressValue(static_cast<unsigned long>(i));
+        // A failed copy (name taken, disk full, unreadable source) leaves no new file; the path still
+        // goes on and the structural pass skips what it cannot open.
+        QFile::copy(m_sourceFiles.at(i), target);
+        workingCopies.append(target);
+    }
+
+    if (!bStopFlag)
+        RepairFiles(workingCopies);
+}
