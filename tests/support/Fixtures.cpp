@@ -1,0 +1,96 @@
+#include "Fixtures.h"
+
+#include <QProcess>
+#include <QtGlobal>
+
+namespace Fixtures {
+
+namespace {
+
+QString Run(const QString &program, const QStringList &args, int *exitCode, QString *err = nullptr)
+{
+    QProcess p;
+    p.start(program, args);
+    if (!p.waitForFinished(120000)) {
+        p.kill();
+        p.waitForFinished();
+        *exitCode = -1;
+        return {};
+    }
+    *exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    if (err)
+        *err = QString::fromLocal8Bit(p.readAllStandardError());
+    return QString::fromLocal8Bit(p.readAllStandardOutput());
+}
+
+QString Probe(const QString &path, const QStringList &select)
+{
+    int code = 0;
+    return Run("ffprobe", QStringList{"-v", "error"} + select + QStringList{"-of", "csv=p=0", path}, &code)
+        .trimmed();
+}
+
+} // namespace
+
+bool Ffmpeg(const QStringList &args, QString *errors)
+{
+    int code = 0;
+    QString err;
+    Run("ffmpeg", QStringList{"-hide_banner", "-nostdin", "-v", "error", "-y"} + args, &code, &err);
+    if (errors)
+        *errors = err;
+    return code == 0;
+}
+
+bool Make(const QString &path, const Clip &clip)
+{
+    const QString seconds = QString::number(clip.seconds);
+    QStringList args;
+    if (!clip.videoCodec.isEmpty())
+        args << "-f" << "lavfi" << "-i"
+             << QString("testsrc=size=%1:rate=%2:duration=%3").arg(clip.size, clip.rate, seconds);
+    if (!clip.audioCodec.isEmpty())
+        args << "-f" << "lavfi" << "-i" << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
+    if (!clip.videoCodec.isEmpty())
+        args << "-c:v" << clip.videoCodec << "-pix_fmt" << "yuv420p";
+    if (!clip.audioCodec.isEmpty())
+        args << "-c:a" << clip.audioCodec << "-ac" << "2";
+    args << clip.extra << path;
+    QString errors;
+    if (!Ffmpeg(args, &errors)) {
+        qWarning("ffmpeg could not make %s: %s", qPrintable(path), qPrintable(errors));
+        return false;
+    }
+    return true;
+}
+
+QString DecodeErrors(const QString &path)
+{
+    QString errors;
+    if (!Ffmpeg({"-i", path, "-f", "null", "-"}, &errors) && errors.isEmpty())
+        errors = "ffmpeg failed";
+    return errors.trimmed();
+}
+
+double Duration(const QString &path)
+{
+    return Probe(path, {"-show_entries", "format=duration"}).toDouble();
+}
+
+QStringList StreamKinds(const QString &path)
+{
+    return Probe(path, {"-show_entries", "stream=codec_type"}).split('\n', Qt::SkipEmptyParts);
+}
+
+QString CodecName(const QString &path, const QString &kind)
+{
+    return Probe(path, {"-select_streams", kind.left(1), "-show_entries", "stream=codec_name"})
+        .section('\n', 0, 0);
+}
+
+QString VideoSize(const QString &path)
+{
+    return Probe(path, {"-select_streams", "v", "-show_entries", "stream=width,height"}).replace(',', 'x');
+}
+
+} // namespace Fixtures

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Video fixtures made at test time with Debian's ffmpeg, and checks of the results with ffmpeg and
+// ffprobe. Sources are ffmpeg's own test patterns, so nothing is shipped.
+namespace Fixtures {
+
+struct Clip
+{
+    QString videoCodec = "libx264"; // empty for no video
+    QString audioCodec = "aac";     // empty for no audio
+    QString size = "320x240";
+    QString rate = "25";
+    double seconds = 2.0;
+    QStringList extra;              // more output options, e.g. {"-b:a", "128k"}
+};
+
+// Runs ffmpeg with `args` (after "-hide_banner -v error -y"); true when it exits 0.
+bool Ffmpeg(const QStringList &args, QString *errors = nullptr);
+
+// Makes `path` (the container follows its extension); returns false and warns on failure.
+bool Make(const QString &path, const Clip &clip = Clip());
+
+// Decodes the whole file and returns what ffmpeg reported as errors; empty when it decodes cleanly.
+QString DecodeErrors(const QString &path);
+
+// ffprobe's view of a file.
+double Duration(const QString &path);
+QStringList StreamKinds(const QString &path); // "video", "audio", in stream order
+QString CodecName(const QString &path, const QString &kind);
+QString VideoSize(const QString &path);       // "650x370"
+
+} // namespace Fixtures
