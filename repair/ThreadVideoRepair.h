@@ -8,6 +8,10 @@
 
 #include "repair/ProcessFlags.h"
 
+struct AVCodec;
+struct AVFormatContext;
+struct AVStream;
+
 // The repair worker. Copies each source file into the temporary folder under its own name (the
 // sources are never written), rewrites broken box headers of the copies in place, then re-encodes
 // them. Reports only through queued signals; a stop request (bStopFlag) ends the run as aborted.
@@ -48,6 +52,15 @@ public:
     void RepairDinfLength();
     void RepairCttsHeader();
     void RepairSkipHeader();
+
+    // FFmpeg routines of the re-encoding pass, on the process-wide state of repair/AudioPipeline.h.
+    // Paths are in the file system's encoding. They return a negative value for failure.
+    int open_audio_input(const char *path);
+    int open_encoder(const char *path);
+    AVStream *add_audio_stream(AVFormatContext *oc, const AVCodec **codec, int id);
+    int decode_packet();
+    void write_audio_frame(bool flush = false);
+    void write_delayed_frames(AVFormatContext *oc, AVStream *st);
 
 Q_SIGNALS:
     void RepairFinish();

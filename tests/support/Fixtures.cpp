@@ -52,7 +52,7 @@ bool Make(const QString &path, const Clip &clip)
     if (!clip.audioCodec.isEmpty())
         args << "-f" << "lavfi" << "-i" << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
     if (!clip.videoCodec.isEmpty())
-        args << "-c:v" << clip.videoCodec << "-pix_fmt" << "yuv420p";
+        args << "-c:v" << clip.videoCodec << "-pix_fmt" << clip.pixelFormat;
     if (!clip.audioCodec.isEmpty())
         args << "-c:a" << clip.audioCodec << "-ac" << "2";
     args << clip.extra << path;

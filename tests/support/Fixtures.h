@@ -12,6 +12,7 @@ struct Clip
     QString videoCodec = "libx264"; // empty for no video
     QString audioCodec = "aac";     // empty for no audio
     QString size = "320x240";
+    QString pixelFormat = "yuv420p";
     QString rate = "25";
     double seconds = 2.0;
     QStringList extra;              // more output options, e.g. {"-b:a", "128k"}
