@@ -161,6 +161,8 @@ private Q_SLOTS:
         QTest::newRow("25 fps") << "25" << -1 << 0 << 25;
         QTest::newRow("bit rate 100") << "25" << 100 << -1 << 0;
         QTest::newRow("bit rate 101") << "25" << 101 << 0 << 25;
+        // Below one frame per second the integer time base would be 1/0: no video encoder.
+        QTest::newRow("half a frame per second") << "1/2" << -1 << 0 << 0;
     }
 
     void encoderSetUp()
@@ -189,6 +191,9 @@ private Q_SLOTS:
             QCOMPARE(Pipeline::videoEncoderCtx->time_base.num, 1);
             QCOMPARE(Pipeline::videoEncoderCtx->time_base.den, timeBaseDen);
             QVERIFY(Pipeline::headerWritten);
+        } else if (result == 0) {
+            QVERIFY(!Pipeline::encoder);
+            QVERIFY(!Pipeline::headerWritten);
         }
         Pipeline::Release();
     }
