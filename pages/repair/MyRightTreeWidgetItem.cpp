@@ -1,0 +1,11 @@
+#include "pages/repair/MyRightTreeWidgetItem.h"
+
+#include <QTreeWidget>
+
+bool MyRightTreeWidgetItem::operator<(const QTreeWidgetItem &other) const
+{
+    const int column = treeWidget() ? treeWidget()->sortColumn() : 0;
+    if (column == Size)
+        return text(Bytes).toLongLong() < other.text(Bytes).toLongLong();
+    return text(column).toLower() < other.text(column).toLower();
+}

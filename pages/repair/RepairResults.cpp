@@ -1,0 +1,25 @@
+#include "pages/repair/RepairResults.h"
+
+#include <QCoreApplication>
+
+QStringList mY_unsupportedList;
+QStringList AllFiles;
+
+QString GetSizeOfItem(qint64 bytes)
+{
+    const double b = double(bytes);
+    double value = b / 1024.0;
+    QString unit = QCoreApplication::translate("VideoRepairWindow", " KB");
+    if (qint64(b / double(1 << 30)) != 0) {
+        value = b / double(1 << 30);
+        unit = QCoreApplication::translate("VideoRepairWindow", " GB");
+    } else if (qint64(b / double(1 << 20)) != 0) {
+        value = b / double(1 << 20);
+        unit = QCoreApplication::translate("VideoRepairWindow", " MB");
+    }
+    QString text = QString("%1").arg(value, 0, 'g', 8, QLatin1Char(' '));
+    const int dot = text.indexOf('.');
+    if (dot >= 0)
+        text.truncate(dot + 3);
+    return text + unit;
+}
