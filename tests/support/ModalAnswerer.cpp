@@ -4,7 +4,7 @@
 #include <QApplication>
 
 ModalAnswerer::ModalAnswerer(QMessageBox::StandardButton button, int timeoutMs)
-    : m_button(button), m_remaining(timeoutMs)
+    : m_button(button), m_timeout(timeoutMs), m_remaining(timeoutMs)
 {
     // The box runs its own event loop, which keeps delivering this timer.
     m_timer.setInterval(10);
@@ -21,9 +21,9 @@ void ModalAnswerer::Poll()
             m_timer.stop();
         return;
     }
-    m_timer.stop();
-    m_answered = true;
-    m_text = box->text();
+    m_remaining = m_timeout;
+    m_texts << box->text();
+    m_informative = box->informativeText();
     m_title = box->windowTitle();
     m_icon = box->icon();
     if (QAbstractButton *b = box->button(m_button))
