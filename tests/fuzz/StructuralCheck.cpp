@@ -1,0 +1,46 @@
+#include "StructuralCheck.h"
+
+#include "repair/RepairContext.h"
+#include "repair/ThreadVideoRepair.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+// The farthest a repair writes past the position it read at the end of the file: a movie header's
+// duration word, 28 bytes on.
+constexpr qint64 MaxGrowth = 32;
+} // namespace
+
+QString CheckStructuralPass(const QByteArray &input, const QString &path)
+{
+    {
+        QFile f(path);
+        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(input) != input.size())
+            return "cannot write the working copy";
+    }
+    ThreadVideoRepair worker;
+    worker.SetReEncodingEnabled(false);
+    quint64 steps = 0;
+    QObject::connect(&worker, &ThreadVideoRepair::ProgressValue, [&steps](unsigned long) { ++steps; });
+
+    QElapsedTimer clock;
+    clock.start();
+    worker.RepairFiles({path});
+    const qint64 ms = clock.elapsed();
+
+    const qint64 size = QFileInfo(path).size();
+    const quint64 budget = quint64(input.size()) / 4 + 64;
+    if (pHandle)
+        return "the working copy was left open";
+    if (bStopFlag)
+        return "the stop flag was left set";
+    if (steps > budget)
+        return QString("%1 scan steps for a budget of %2").arg(steps).arg(budget);
+    if (size > input.size() + MaxGrowth)
+        return QString("the file grew from %1 to %2 bytes").arg(input.size()).arg(size);
+    if (ms > 1000)
+        return QString("the scan took %1 ms").arg(ms);
+    return {};
+}
