@@ -7,7 +7,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     qtbase5-dev qtbase5-dev-tools qtmultimedia5-dev libqt5multimedia5-plugins
     libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev libavdevice-dev
-    ffmpeg xvfb xauth poppler-utils
+    ffmpeg xvfb xauth poppler-utils xdg-utils x11-utils time
 )
 
 missing=()

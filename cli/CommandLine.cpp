@@ -1,0 +1,186 @@
+#include "cli/CommandLine.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QHash>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Cli {
+
+namespace {
+
+const char *const ResultFolder = "Repaired-Video-Files";
+
+// Options that take a value, and where the value goes.
+QString *ValueTarget(const QString &name, Options *o)
+{
+    if (name == "--output")
+        return &o->outputDir;
+    if (name == "--temp")
+        return &o->tempDir;
+    return nullptr;
+}
+
+bool *FlagTarget(const QString &name, Options *o)
+{
+    if (name == "--structural-only")
+        return &o->structuralOnly;
+    if (name == "--keep-temp")
+        return &o->keepTemp;
+    if (name == "--verbose")
+        return &o->verbose;
+    if (name == "--help" || name == "-h")
+        return &o->help;
+    return nullptr;
+}
+
+QString CheckFolder(const QString &what, const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return QString("%1 folder does not exist: %2").arg(what, path);
+    if (!info.isDir())
+        return QString("%1 folder is not a folder: %2").arg(what, path);
+    if (!info.isWritable())
+        return QString("%1 folder is not writable: %2").arg(what, path);
+    return {};
+}
+
+} // namespace
+
+bool ParseArguments(const QStringList &args, Options *options, QString *error)
+{
+    Options o;
+    bool optionsEnded = false;
+    for (int i = 0; i < args.size(); ++i) {
+        const QString &arg = args.at(i);
+        // A lone "-" is a name, not an option.
+        if (optionsEnded || !arg.startsWith('-') || arg == "-") {
+            o.files << arg;
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+
+        const int eq = arg.startsWith("--") ? arg.indexOf('=') : -1;
+        const QString name = eq < 0 ? arg : arg.left(eq);
+        if (bool *flag = FlagTarget(name, &o)) {
+            if (eq >= 0) {
+                *error = QString("option %1 takes no value").arg(name);
+                return false;
+            }
+            *flag = true;
+        } else if (QString *value = ValueTarget(name, &o)) {
+            if (eq >= 0) {
+                *value = arg.mid(eq + 1);
+            } else if (i + 1 < args.size()) {
+                *value = args.at(++i);
+            } else {
+                *error = QString("option %1 needs a folder").arg(name);
+                return false;
+            }
+            if (value->isEmpty()) {
+                *error = QString("option %1 needs a folder").arg(name);
+                return false;
+            }
+        } else {
+            *error = QString("unknown option %1").arg(name);
+            return false;
+        }
+    }
+    if (o.files.isEmpty() && !o.help) {
+        *error = "no input files";
+        return false;
+    }
+    *options = o;
+    return true;
+}
+
+QString UsageText(const QString &program)
+{
+    return QString("Usage: %1 [--output DIR] [--temp DIR] [--structural-only] [--keep-temp] [--verbose] "
+                   "[--] FILE...\n"
+                   "Repairs damaged QuickTime / ISO-media videos (.mov .mp4 .m4v .m4a .f4v). The files "
+                   "themselves\n"
+                   "are never written: the results go to DIR/Repaired-Video-Files.\n"
+                   "\n"
+                   "  --output DIR       where Repaired-Video-Files is made (default: the current folder)\n"
+                   "  --temp DIR         where the private working folder is made (default: /var/tmp)\n"
+                   "  --structural-only  fix box headers only, without re-encoding\n"
+                   "  --keep-temp        keep the working folder and the engine log\n"
+                   "  --verbose          show the engine's own diagnostics instead of logging them\n"
+                   "  --                 end of options: the names that follow may begin with '-'\n"
+                   "  -h, --help         show this text\n"
+                   "\n"
+                   "Exit status: 0 all files repaired, 1 some failed, 2 bad usage or a missing input,\n"
+                   "130 stopped with Ctrl-C.\n")
+        .arg(program);
+}
+
+QString CheckOptions(const Options &options)
+{
+    QHash<QString, QString> byName;
+    for (const QString &file : options.files) {
+        const QFileInfo info(file);
+        if (!info.exists())
+            return QString("no such file: %1").arg(file);
+        if (!info.isFile())
+            return QString("not a file: %1").arg(file);
+        if (!info.isReadable())
+            return QString("cannot read: %1").arg(file);
+        const QString name = info.fileName();
+        if (byName.contains(name))
+            return QString("%1 and %2 have the same file name; repair them in separate runs")
+                .arg(byName.value(name), file);
+        byName.insert(name, file);
+    }
+
+    QString error = CheckFolder("output", options.outputDir);
+    if (error.isEmpty())
+        error = CheckFolder("temporary", options.tempDir);
+    if (!error.isEmpty())
+        return error;
+
+    for (const QString &file : options.files) {
+        const QFileInfo result(ResultPath(options.outputDir, file));
+        if (result.exists() && result.canonicalFilePath() == QFileInfo(file).canonicalFilePath())
+            return QString("the result would overwrite the input %1; choose another --output").arg(file);
+    }
+    return {};
+}
+
+QString ResultPath(const QString &outputDir, const QString &source)
+{
+    return QDir(outputDir).filePath(QString(ResultFolder) + "/" + QFileInfo(source).fileName());
+}
+
+bool RepairFailed(const QString &source, const QStringList &unsupported, bool workingCopyExists)
+{
+    const QString name = QFileInfo(source).fileName();
+    const bool listed = std::any_of(unsupported.begin(), unsupported.end(),
+                                    [&](const QString &path) { return QFileInfo(path).fileName() == name; });
+    return listed || !workingCopyExists;
+}
+
+QString ProgressLine(const QString &stage, int index, int count, double fraction, const QString &name,
+                     int width)
+{
+    if (!(fraction >= 0)) // also NaN
+        fraction = 0;
+    fraction = std::min(fraction, 1.0);
+    constexpr int BarWidth = 20;
+    const int filled = int(std::floor(fraction * BarWidth));
+    const QString head = QString("%1 %2/%3 [%4%5] %6% ")
+                             .arg(stage, -11)
+                             .arg(index + 1)
+                             .arg(count)
+                             .arg(QString(filled, '#'), QString(BarWidth - filled, '-'))
+                             .arg(int(std::floor(fraction * 100)), 3);
+    return (head + name).left(std::max(width, 0));
+}
+
+} // namespace Cli

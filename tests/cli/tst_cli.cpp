@@ -1,0 +1,172 @@
+// corvane-repair's parts below the run: its arguments, the checks before a run, the status rule, and
+// the split of its output between the terminal and the engine's log.
+
+#include "Bytes.h"
+#include "StdoutCapture.h"
+#include "cli/CommandLine.h"
+#include "cli/Console.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Cli;
+
+class TstCli : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+
+    // "%d" in a row stands for the test's folder.
+    QString At(QString path) const { return path.replace("%d", m_dir.path()); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        for (const char *folder : {"in", "other", "out/Repaired-Video-Files", "tmp"})
+            QVERIFY(QDir().mkpath(m_dir.filePath(folder)));
+        for (const char *file : {"in/a.mov", "other/a.mov", "out/Repaired-Video-Files/b.mp4"})
+            QVERIFY(Bytes::WriteFile(m_dir.filePath(file), "data"));
+        QVERIFY(QFile::link(m_dir.filePath("out/Repaired-Video-Files/b.mp4"), m_dir.filePath("other/b.mp4")));
+    }
+
+    void parse_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("expected"); // the options as "output temp flags files", or "error: ..."
+
+        QTest::newRow("defaults") << QStringList{"a.mov"} << ". /var/tmp  a.mov";
+        QTest::newRow("every option")
+            << QStringList{"--output",    "o",         "--temp", "t", "--structural-only",
+                           "--keep-temp", "--verbose", "a",      "b"}
+            << "o t SKV a|b";
+        QTest::newRow("values after =") << QStringList{"--output=o", "--temp=/x=y", "a"} << "o /x=y  a";
+        QTest::newRow("options between files") << QStringList{"a", "--verbose", "b"} << ". /var/tmp V a|b";
+        QTest::newRow("-- ends the options") << QStringList{"--keep-temp", "--", "-x.mov", "--verbose", "--"}
+                                             << ". /var/tmp K -x.mov|--verbose|--";
+        QTest::newRow("a value may begin with a dash")
+            << QStringList{"--output", "-o", "a"} << "-o /var/tmp  a";
+        QTest::newRow("the last value counts") << QStringList{"--temp", "x", "a", "--temp=y"} << ". y  a";
+
+        QTest::newRow("nothing") << QStringList{"--verbose", "--"} << "error: no input files";
+        QTest::newRow("unknown option") << QStringList{"--out=o", "a"} << "error: unknown option --out";
+        QTest::newRow("value missing")
+            << QStringList{"a", "--output"} << "error: option --output needs a folder";
+        QTest::newRow("empty value") << QStringList{"--temp=", "a"} << "error: option --temp needs a folder";
+        QTest::newRow("flag given a value")
+            << QStringList{"--verbose=1", "a"} << "error: option --verbose takes no value";
+    }
+
+    void parse()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, expected);
+        Options o;
+        QString error;
+        if (!ParseArguments(args, &o, &error)) {
+            QCOMPARE("error: " + error, expected);
+            return;
+        }
+        QString flags;
+        for (auto [set, letter] :
+             {std::pair{o.structuralOnly, 'S'}, {o.keepTemp, 'K'}, {o.verbose, 'V'}, {o.help, 'H'}})
+            flags += set ? QString(letter) : QString();
+        QCOMPARE(QStringList({o.outputDir, o.tempDir, flags, o.files.join('|')}).join(' '), expected);
+    }
+
+    void check_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QString>("temp");
+        QTest::addColumn<QString>("error"); // the start of the reason; empty when accepted
+
+        const QString out = "%d/out", tmp = "%d/tmp";
+        QTest::newRow("accepted") << QStringList{"%d/in/a.mov"} << out << tmp << "";
+        QTest::newRow("missing input")
+            << QStringList{"%d/in/a.mov", "%d/in/c.mov"} << out << tmp << "no such file: %d/in/c.mov";
+        QTest::newRow("one name in two folders") << QStringList{"%d/in/a.mov", "%d/other/a.mov"} << out << tmp
+                                                 << "%d/in/a.mov and %d/other/a.mov have the same file name";
+        QTest::newRow("output missing")
+            << QStringList{"%d/in/a.mov"} << "%d/none" << tmp << "output folder does not exist: %d/none";
+        QTest::newRow("temporary folder is a file") << QStringList{"%d/in/a.mov"} << out << "%d/in/a.mov"
+                                                    << "temporary folder is not a folder";
+        QTest::newRow("input is its own result, by another path")
+            << QStringList{"%d/out/Repaired-Video-Files/b.mp4"} << "%d/in/../out" << tmp
+            << "the result would overwrite the input %d/out/Repaired-Video-Files/b.mp4";
+        QTest::newRow("input is a link to its result")
+            << QStringList{"%d/other/b.mp4"} << out << tmp
+            << "the result would overwrite the input %d/other/b.mp4";
+    }
+
+    void check()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, output);
+        QFETCH(QString, temp);
+        QFETCH(QString, error);
+        Options options;
+        for (const QString &f : files)
+            options.files << At(f);
+        options.outputDir = At(output);
+        options.tempDir = At(temp);
+        const QString reason = CheckOptions(options);
+        QVERIFY2(error.isEmpty() ? reason.isEmpty() : reason.startsWith(At(error)), qPrintable(reason));
+    }
+
+    void status_data()
+    {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<bool>("copyExists");
+        QTest::addColumn<bool>("failed");
+
+        QTest::newRow("listed by name, in another folder") << "/home/u/clip.mp4" << true << true;
+        QTest::newRow("part of a listed name") << "/home/u/lip.mp4" << true << false;
+        QTest::newRow("working copy gone") << "/home/u/a.mov" << false << true;
+    }
+
+    void status()
+    {
+        QFETCH(QString, source);
+        QFETCH(bool, copyExists);
+        QFETCH(bool, failed);
+        QCOMPARE(RepairFailed(source, {"/var/tmp/w/x.mov", "/var/tmp/w/clip.mp4"}, copyExists), failed);
+    }
+
+    void engineOutputGoesToTheLog()
+    {
+        QTemporaryDir dir;
+        const QString log = dir.filePath("engine.log");
+        StdoutCapture terminal; // stands for the terminal the program started with
+        {
+            Console console;
+            QString error;
+            QVERIFY2(console.Divert(log, &error), qPrintable(error));
+            printf("engine printf\n");
+            printf("unfinished printf line");
+            fprintf(stderr, "engine fprintf\n");
+            av_log(nullptr, AV_LOG_ERROR, "engine av_log\n");
+            console.Out("own line");
+            console.Restore();
+            console.Out("after restore");
+        }
+        printf("after the console\n");
+        QCOMPARE(terminal.Take(), QString("own line\nafter restore\nafter the console\n"));
+        // Restore() flushed what stdio still held; the order across the two streams is stdio's own.
+        const QString logged = QString::fromLocal8Bit(Bytes::ReadFile(log));
+        const QStringList pieces{"engine printf\n", "unfinished printf line", "engine fprintf\n",
+                                 "engine av_log\n"};
+        for (const QString &piece : pieces)
+            QVERIFY2(logged.contains(piece), qPrintable(logged));
+        QCOMPARE(logged.size(), pieces.join("").size());
+    }
+};
+
+QTEST_GUILESS_MAIN(TstCli)
+#include "tst_cli.moc"

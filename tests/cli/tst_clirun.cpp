@@ -1,0 +1,222 @@
+// corvane-repair run as a user runs it, on files made with ffmpeg: exit codes and status lines, where
+// results and the engine's diagnostics go, the life of the working folder, and Ctrl-C.
+
+#include "Bytes.h"
+#include "Fixtures.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <csignal>
+
+namespace {
+
+struct Result
+{
+    int code = -1;
+    QString out, err;
+};
+
+QStringList Entries(const QString &dir)
+{
+    return QDir(dir).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
+}
+
+QStringList Lines(const QString &text)
+{
+    return text.split('\n', Qt::SkipEmptyParts);
+}
+
+QByteArray Digest(const QString &path)
+{
+    return QCryptographicHash::hash(Bytes::ReadFile(path), QCryptographicHash::Sha1);
+}
+
+} // namespace
+
+class TstCliRun : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_in;                // the fixtures; the current folder of most runs
+    QString m_reports;           // sanitizer reports, when built with the sanitizers
+    QString m_out, m_tmp, m_cwd; // fresh for each test
+    QHash<QString, QByteArray> m_digests;
+
+    void Start(QProcess &p, const QStringList &args, const QString &workDir)
+    {
+        // A sanitizer's own exit status (1 by default) would pass for "some files failed".
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const QString name : {"ASAN_OPTIONS", "UBSAN_OPTIONS"})
+            env.insert(name, env.value(name) + ":exitcode=86:log_path=" + m_reports + "/report");
+        p.setProcessEnvironment(env);
+        p.setWorkingDirectory(workDir);
+        p.start(CORVANE_REPAIR_BIN, args);
+    }
+
+    static Result Finish(QProcess &p)
+    {
+        p.waitForFinished(-1); // CTest's time limit guards against a hang
+        const int code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+        return {code, QString::fromLocal8Bit(p.readAllStandardOutput()),
+                QString::fromLocal8Bit(p.readAllStandardError())};
+    }
+
+    Result Run(const QStringList &args, const QString &workDir = {})
+    {
+        QProcess p;
+        Start(p, args, workDir.isEmpty() ? m_in : workDir);
+        return Finish(p);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        m_in = m_dir.filePath("in");
+        m_reports = m_dir.filePath("reports");
+        QVERIFY(QDir().mkpath(m_in) && QDir().mkpath(m_reports));
+        Fixtures::Clip pcm;
+        pcm.audioCodec = "pcm_s16le";
+        Fixtures::Clip longer; // long enough to be stopped half-way
+        longer.size = "640x480";
+        longer.seconds = 20;
+        QVERIFY(Fixtures::Make(m_in + "/good1.mp4") && Fixtures::Make(m_in + "/good2.mov"));
+        QVERIFY(Fixtures::Make(m_in + "/pcm.mov", pcm) && Fixtures::Make(m_in + "/long.mp4", longer));
+        for (const QString &name : Entries(m_in))
+            m_digests.insert(name, Digest(m_in + "/" + name));
+    }
+
+    void init()
+    {
+        static int n = 0;
+        const QString dir = m_dir.filePath(QString("case%1/").arg(++n));
+        m_out = dir + "out", m_tmp = dir + "tmp", m_cwd = dir + "cwd";
+        QVERIFY(QDir().mkpath(m_out) && QDir().mkpath(m_tmp) && QDir().mkpath(m_cwd));
+    }
+
+    void cleanup()
+    {
+        for (const QString &name : Entries(m_reports)) {
+            qWarning("%s", Bytes::ReadFile(m_reports + "/" + name).constData());
+            QFile::remove(m_reports + "/" + name);
+            QFAIL("a sanitizer reported an error in corvane-repair");
+        }
+        // The sources are never written, whatever the run did.
+        for (auto it = m_digests.cbegin(); it != m_digests.cend(); ++it)
+            QVERIFY2(Digest(m_in + "/" + it.key()) == it.value(), qPrintable(it.key()));
+    }
+
+    // Needs the re-encoding pass: it is what refuses the PCM file.
+    void goodAndUnsupportedFiles()
+    {
+        const Result r = Run({"--output", m_out, "--temp", m_tmp, "good1.mp4", "good2.mov", "pcm.mov"});
+        QCOMPARE(r.code, 1);
+        const QString results = m_out + "/Repaired-Video-Files";
+        QCOMPARE(Lines(r.out), QStringList({"Successfully Repaired: good1.mp4",
+                                            "Successfully Repaired: good2.mov", "Repair Failed: pcm.mov",
+                                            "2 of 3 files repaired; results in " + results + "."}));
+        QCOMPARE(Entries(results), QStringList({"good1.mp4", "good2.mov"}));
+
+        // The working folder is gone; the engine's log stays beside it because a file failed.
+        const QStringList left = Entries(m_tmp);
+        QCOMPARE(left.size(), 1);
+        QVERIFY2(left.first().startsWith("corvane-repair-") && left.first().endsWith(".log"),
+                 qPrintable(left.first()));
+        QCOMPARE(Lines(r.err), QStringList{"Engine log: " + m_tmp + "/" + left.first()});
+
+        // The engine's printf and av_log lines went there, and none to the terminal.
+        const QString log = QString::fromLocal8Bit(Bytes::ReadFile(m_tmp + "/" + left.first()));
+        for (const char *engineText : {"audio_pts", "Input #0", "[libx264"}) {
+            QVERIFY2(log.contains(engineText), engineText);
+            QVERIFY2(!r.out.contains(engineText) && !r.err.contains(engineText), engineText);
+        }
+    }
+
+    // Results go into the current folder; "--" lets a name begin with '-'; a clean run leaves no log.
+    void defaultsAndDashNames()
+    {
+        QVERIFY(QFile::copy(m_in + "/good1.mp4", m_cwd + "/-dash.mp4"));
+        const QString other = m_in + "/good2.mov";
+        const Result r = Run({"--temp", m_tmp, "--", "-dash.mp4", other}, m_cwd);
+        QCOMPARE(r.code, 0);
+        QCOMPARE(Lines(r.out),
+                 QStringList({"Successfully Repaired: -dash.mp4", "Successfully Repaired: " + other,
+                              "2 of 2 files repaired; results in " + m_cwd + "/Repaired-Video-Files."}));
+        QCOMPARE(r.err, QString()); // no progress bar when standard error is not a terminal
+        QCOMPARE(Entries(m_cwd + "/Repaired-Video-Files"), QStringList({"-dash.mp4", "good2.mov"}));
+        QCOMPARE(Entries(m_tmp), QStringList());
+    }
+
+    void structuralOnlyKeepsTheStreams()
+    {
+        const Result r =
+            Run({"--structural-only", "--output", m_out, "--temp", m_tmp, "good1.mp4", "pcm.mov"});
+        QCOMPARE(r.code, 0);
+        // Nothing to fix in these headers and no re-encoding: the results are the sources, PCM and all.
+        for (const char *name : {"good1.mp4", "pcm.mov"})
+            QCOMPARE(Digest(m_out + "/Repaired-Video-Files/" + name), m_digests.value(name));
+    }
+
+    void refused_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("message");
+
+        QTest::newRow("missing input") << QStringList{"good1.mp4", "gone.mov"} << "no such file: gone.mov";
+        QTest::newRow("no files") << QStringList{} << "no input files";
+        QTest::newRow("dash name without --") << QStringList{"-dash.mp4"} << "unknown option -dash.mp4";
+        QTest::newRow("one name twice") << QStringList{"good1.mp4", "../in/good1.mp4"}
+                                        << "good1.mp4 and ../in/good1.mp4 have the same file name";
+    }
+
+    void refused()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, message);
+        const Result r = Run(QStringList{"--output", m_out, "--temp", m_tmp} + args);
+        QCOMPARE(r.code, 2);
+        QCOMPARE(r.out, QString());
+        QVERIFY2(r.err.startsWith("corvane-repair: " + message), qPrintable(r.err));
+        QCOMPARE(Entries(m_out) + Entries(m_tmp), QStringList());
+    }
+
+    // Needs the re-encoding pass: it is the part of the run long enough to be interrupted.
+    void interrupted_data()
+    {
+        QTest::addColumn<bool>("keepTemp");
+        QTest::newRow("working folder removed") << false;
+        QTest::newRow("--keep-temp") << true;
+    }
+
+    void interrupted()
+    {
+        QFETCH(bool, keepTemp);
+        QStringList args{"--output", m_out, "--temp", m_tmp, "long.mp4", "good1.mp4"};
+        if (keepTemp)
+            args.prepend("--keep-temp");
+        QProcess p;
+        Start(p, args, m_in);
+        // Ctrl-C once the first working copy is there.
+        QTRY_VERIFY_WITH_TIMEOUT(!Entries(m_tmp).isEmpty() &&
+                                     QFileInfo::exists(m_tmp + "/" + Entries(m_tmp).first() + "/long.mp4"),
+                                 30000);
+        QCOMPARE(::kill(pid_t(p.processId()), SIGINT), 0);
+        const Result r = Finish(p);
+        QCOMPARE(r.code, 130);
+        QVERIFY2(r.err.contains("Stopped: nothing was saved.\n"), qPrintable(r.err));
+        QCOMPARE(r.out, QString());
+        QCOMPARE(Entries(m_out), QStringList());
+        // --keep-temp: the working folder and the log beside it.
+        QCOMPARE(Entries(m_tmp).size(), keepTemp ? 2 : 0);
+        if (keepTemp)
+            QVERIFY(Entries(m_tmp + "/" + Entries(m_tmp).first()).contains("long.mp4"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstCliRun)
+#include "tst_clirun.moc"
