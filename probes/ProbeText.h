@@ -1,0 +1,89 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+// Command texts and output parsers of the shell probes, as plain functions of text. Both the macOS
+// and the Linux versions are built everywhere, so that each is tested on canned command output;
+// ShellProbes picks the one of the platform it runs on.
+
+namespace ProbeFiles
+{
+// Output files of the probes. Fixed and shared by the whole machine.
+inline const char *const TempFile = "/var/tmp/TempFile";
+inline const char *const Browser = "/var/tmp/browser";
+inline const char *const DotBrowser = "/var/tmp/.browser";
+inline const char *const BrowserPath = "/var/tmp/browserPath";
+} // namespace ProbeFiles
+
+// The previewer's path inside the bundle, as the process lookup searches for it.
+inline const char *const PreviewerPathTail = "/VideoFileUtil.app/Contents/MacOS/VideoFileUtil";
+
+// Splits a line at blanks, dropping empty parts.
+QStringList ProbeFields(const QString &line);
+
+namespace MacProbe
+{
+
+QString FreeSpaceCommandRepairPage(const QString &path);
+QString FreeSpaceCommandSavePage(const QString &volume);
+// Free bytes from "diskutil info" lines: the exact byte count in brackets (repair page) ...
+qint64 ParseFreeSpaceRepairPage(const QStringList &lines);
+// ... or the rounded figure with its unit (save page). Figures in GB and below are truncated to
+// whole units before scaling; terabytes keep their fraction.
+qint64 ParseFreeSpaceSavePage(const QStringList &lines);
+
+QString OsVersionCommand(bool powerPc);
+// "ProductVersion:\t10.9.5" gives "10.9.5".
+QString ParseOsVersion(const QString &firstLine);
+
+// "/private/var/" for root, "/Users/" for everybody else.
+QString UserHomePrefix(const QString &user);
+QString DefaultsReadCommand(const QString &user);
+// The line naming the http handler in the LaunchServices preferences, or empty: the line that
+// holds "LSHandlerURLScheme = http" when it also holds "LSHandlerRoleAll", else the line before it.
+QString FindHandlerLine(const QStringList &lines);
+// The last part of the bundle identifier between the first two double quotes of a handler line
+// ("com.google.chrome" gives "chrome"); empty when the line names no role.
+QString BrowserFromHandlerLine(const QString &handlerLine);
+// Digits and dots removed; "explorer" and "chrome" become the applications' names.
+QString CleanBrowserName(const QString &name);
+QString LsregisterCommand(const QString &name);
+// The first line naming name + ".app" (any case), outside the Trash, that is an existing folder.
+QString PickBrowserPath(const QStringList &lines, const QString &name,
+                        const std::function<bool(const QString &)> &isDir);
+
+QString PreviewProcessCommand();
+
+} // namespace MacProbe
+
+namespace LinuxProbe
+{
+
+// "timeout" keeps a dead network mount from freezing the window.
+QString FreeSpaceCommandRepairPage(const QString &path);
+QString FreeSpaceCommandSavePage(const QString &volume);
+// The Available column of the first data line of "df -P -B1"; 0 when there is none.
+qint64 ParseDfAvailable(const QStringList &lines);
+
+QString OsVersionCommand();
+// 'VERSION_ID="12"' gives "12".
+QString ParseOsVersion(const QString &firstLine);
+
+// The root's home and everybody else's.
+QString UserHomePrefix(const QString &user);
+QString DefaultBrowserCommand();
+// The program of the Exec line in the [Desktop Entry] group of a .desktop file, without its
+// arguments; a leading "env VAR=value ..." is skipped. Empty when there is none.
+QString ExecProgram(const QString &desktopFileText);
+
+QString PreviewProcessCommand();
+
+} // namespace LinuxProbe
+
+// Process ids from the lines of the process lookup: the first field of every line that names the
+// previewer. The grep's own line names it too, so its (ended) id is among them.
+QList<unsigned int> ParsePreviewProcessIds(const QStringList &lines);
