@@ -20,3 +20,8 @@ extern unsigned int nRunningID;
 extern std::atomic<bool> bQuickLookClose;
 // File that the panel's own run loop shows.
 extern QString strFileForPreview;
+
+// The route a preview takes, by the system's version code: 6 (macOS 10.4) has no preview, 7 (10.5)
+// shows the panel directly, 8 (10.6) shows it from its own run loop, 9 and above (10.7 and later,
+// and every other system) start the preview program.
+int PreviewRouteVersion();
