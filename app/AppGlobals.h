@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QString>
+
+class MainWindow;
+
+// Process-wide state of the window program, written at start-up unless noted.
+extern int nArgc;
+extern char **cArgv;
+extern QString strPlistPath;     // the product information property list
+extern QString HelpFilePath;     // the folder holding "help" and "Eula.pdf"
+extern QString strPreviewerPath; // the preview program VideoFileUtil
+extern MainWindow *pMainWin;
+extern bool ProgramRunningOnPowerPc;
+// True when the page being left was maximised: the next page opens maximised too.
+extern bool m_bMax;
+// Set once the close question has been answered; every later close goes through unasked.
+extern bool CloseSuccess;
+
+// Makes the program's images reachable under ":/images". The resources live in a static library,
+// so they are registered by hand rather than by a static initialiser the linker may drop.
+void LoadProgramResources();
+
+// The product's version, as the build states it.
+QString ProductVersion();
