@@ -9,3 +9,12 @@ bool MyRightTreeWidgetItem::operator<(const QTreeWidgetItem &other) const
         return text(Bytes).toLongLong() < other.text(Bytes).toLongLong();
     return text(column).toLower() < other.text(column).toLower();
 }
+
+QTreeWidgetItem *MyRightTreeWidgetItem::clone() const
+{
+    auto *copy = new MyRightTreeWidgetItem;
+    *copy = *this; // texts, check states, fonts and flags; not the children
+    for (int i = 0; i < childCount(); ++i)
+        copy->addChild(child(i)->clone());
+    return copy;
+}

@@ -7,10 +7,13 @@
 class MyRightTreeWidgetItem : public QTreeWidgetItem
 {
 public:
+    MyRightTreeWidgetItem() = default;
     explicit MyRightTreeWidgetItem(QTreeWidget *tree) : QTreeWidgetItem(tree) {}
     explicit MyRightTreeWidgetItem(QTreeWidgetItem *parent) : QTreeWidgetItem(parent) {}
 
     bool operator<(const QTreeWidgetItem &other) const override;
+    // A deep copy whose rows are all of this class (the base class would copy plain items).
+    QTreeWidgetItem *clone() const override;
 
     enum Column { Name = 0, Path = 1, Size = 2, FileId = 3, ParentId = 4, Bytes = 5, TemporaryPath = 6 };
 };

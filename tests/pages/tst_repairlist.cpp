@@ -57,6 +57,25 @@ private Q_SLOTS:
         QCOMPARE(root->child(2)->text(0), QString("gamma"));
     }
 
+    // The save page gets a deep copy of the list: every row must keep its kind and its data.
+    void cloneIsDeepAndKeepsTheClass()
+    {
+        MyTreeWidget tree;
+        auto *root = new MyRightTreeWidgetItem(&tree);
+        root->setText(0, "Video File(s)");
+        auto *row = new MyRightTreeWidgetItem(root);
+        row->setText(MyRightTreeWidgetItem::TemporaryPath, "/tmp/x.mov");
+        row->setCheckState(0, Qt::PartiallyChecked);
+
+        std::unique_ptr<QTreeWidgetItem> copy(root->clone());
+        QCOMPARE(copy->childCount(), 1);
+        QVERIFY(dynamic_cast<MyRightTreeWidgetItem *>(copy.get()));
+        QVERIFY(dynamic_cast<MyRightTreeWidgetItem *>(copy->child(0)));
+        QVERIFY(copy->child(0) != row);
+        QCOMPARE(copy->child(0)->text(MyRightTreeWidgetItem::TemporaryPath), QString("/tmp/x.mov"));
+        QCOMPARE(copy->child(0)->checkState(0), Qt::PartiallyChecked);
+    }
+
     void spaceNeverTogglesACheckBox()
     {
         MyTreeWidget tree;

@@ -1,0 +1,746 @@
+#include "pages/repair/VideoRepairWindow.h"
+
+#include "pages/repair/MyRightTreeWidgetItem.h"
+#include "pages/repair/MyTreeWidget.h"
+#include "workers/PreviewCopy.h"
+#include "pages/repair/RepairResults.h"
+#include "pages/save/VideoSavingWindow.h"
+#include "app/AppGlobals.h"
+#include "app/MainWindow.h"
+#include "app/BrowserRoutes.h"
+#include "previewer/NativeBridge.h"
+#include "probes/ShellProbes.h"
+#include "probes/ShellQuote.h"
+#include "ui_VideoRepairWin.h"
+#include "workers/PreviewState.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileIconProvider>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QMessageBox>
+#include <QScreen>
+#include <QSettings>
+#include <QVBoxLayout>
+
+namespace {
+
+const char *const RootText = "Video File(s)";
+// The save page's visible status column.
+constexpr int StatusColumn = 7;
+
+QFont TreeFont(bool bold)
+{
+    QFont f("Lucida Grande", 12);
+    f.setBold(bold);
+    return f;
+}
+
+bool IsRoot(const QTreeWidgetItem *item)
+{
+    return item->text(MyRightTreeWidgetItem::FileId).toUInt() == 1;
+}
+
+// Every row of the tree in pre-order.
+QList<QTreeWidgetItem *> AllRows(QTreeWidget *tree)
+{
+    QList<QTreeWidgetItem *> rows;
+    for (QTreeWidgetItemIterator it(tree); *it; ++it)
+        rows << *it;
+    return rows;
+}
+
+} // namespace
+
+VideoRepairWindow::VideoRepairWindow(QWidget *parent) : QWidget(parent), ui(new Ui::VideoRepairWin)
+{
+    ui->setupUi(this);
+    setWindowIcon(QIcon(":/images/img_Product.png"));
+    m_tree = new MyTreeWidget(this);
+    SetTreeSettings();
+    SetLayout();
+
+    connect(ui->AddButton, &QPushButton::clicked, this, &VideoRepairWindow::OnAddVideoFile);
+    connect(ui->RemoveButton, &QPushButton::clicked, this, &VideoRepairWindow::OnRemoveVideoFile);
+    connect(ui->RepairButton, &QPushButton::clicked, this, &VideoRepairWindow::OnRepairVideoFiles);
+    connect(ui->PreviewButton, &QPushButton::clicked, this, &VideoRepairWindow::OnPreviewMovFile);
+    connect(ui->StopButton, &QPushButton::clicked, this, &VideoRepairWindow::OnStop);
+    connect(ui->BackButton, &QPushButton::clicked, this, &VideoRepairWindow::OnGoBack);
+    connect(ui->HelpButton, &QPushButton::clicked, this, &VideoRepairWindow::OpenHelp);
+    connect(m_tree, &QTreeWidget::itemClicked, this, &VideoRepairWindow::OnItemClicked);
+    connect(m_tree, &QTreeWidget::itemDoubleClicked, this, &VideoRepairWindow::OnDoubleClicked);
+
+    connect(&m_worker, &ThreadVideoRepair::RepairFinish, this, &VideoRepairWindow::OnRepairFinish);
+    connect(&m_worker, &ThreadVideoRepair::OverAllMaxProgress, this, &VideoRepairWindow::OnOverAllMaxProgress);
+    connect(&m_worker, &ThreadVideoRepair::OverAllProgressValue, this,
+            &VideoRepairWindow::OnOverAllProgressValue);
+    connect(&m_worker, &ThreadVideoRepair::Info, this, &VideoRepairWindow::OnInfo);
+    connect(&m_worker, &ThreadVideoRepair::MaxProgress, this, &VideoRepairWindow::OnMaxProgress);
+    connect(&m_worker, &ThreadVideoRepair::ProgressValue, this, &VideoRepairWindow::OnProgressValue);
+    connect(&m_worker, &ThreadVideoRepair::ProcessAborted, this, &VideoRepairWindow::OnProcessAborted);
+
+    m_quickLookTimer.setInterval(40);
+    connect(&m_quickLookTimer, &QTimer::timeout, this, &VideoRepairWindow::OnQuickLookSlot);
+
+    if (const QScreen *screen = QGuiApplication::primaryScreen())
+        move(MainWindow::CentredPosition(screen->virtualGeometry().size(), size()));
+}
+
+VideoRepairWindow::~VideoRepairWindow()
+{
+    delete m_savingWindow;
+}
+
+void VideoRepairWindow::SetTreeSettings()
+{
+    MyTreeWidget *t = m_tree;
+    t->setColumnCount(7);
+    t->setHeaderLabels({tr("       File Name"), tr("   Path"), tr(" Size"), tr("FileID"), tr("ParentID"),
+                        tr("Status"), tr("TemporaryPath")});
+    t->setMinimumSize(783, 228);
+    t->setFrameStyle(QFrame::StyledPanel | QFrame::Sunken);
+    t->setAttribute(Qt::WA_MacShowFocusRect, false);
+    t->setAutoFillBackground(true);
+    t->setAlternatingRowColors(true);
+    t->setTextElideMode(Qt::ElideMiddle);
+    t->setSortingEnabled(true);
+    t->sortByColumn(MyRightTreeWidgetItem::Name, Qt::AscendingOrder);
+    for (int c = 3; c <= 6; ++c)
+        t->setColumnHidden(c, true);
+    t->header()->resizeSection(0, 290);
+    t->header()->resizeSection(1, 400);
+    t->header()->resizeSection(2, 75);
+    t->setIconSize(QSize(16, 16));
+    t->hide();
+}
+
+void VideoRepairWindow::SetLayout()
+{
+    auto *grid = new QGridLayout(this);
+    grid->setContentsMargins(10, 10, 10, 10);
+    grid->addWidget(ui->label, 0, 0);
+
+    auto *caption = new QHBoxLayout;
+    caption->addWidget(ui->label_2);
+    caption->addStretch();
+    caption->addWidget(ui->AddButton);
+    caption->addWidget(ui->RemoveButton);
+    grid->addLayout(caption, 1, 0);
+    grid->addWidget(m_tree, 2, 0);
+    grid->setRowStretch(2, 1);
+
+    auto *actions = new QHBoxLayout;
+    actions->addStretch();
+    actions->addWidget(ui->PreviewButton);
+    grid->addLayout(actions, 3, 0);
+
+    auto *hints = new QHBoxLayout;
+    hints->addWidget(ui->label_5);
+    hints->addWidget(ui->label_4);
+    hints->addStretch();
+    grid->addLayout(hints, 4, 0);
+
+    auto *progress = new QVBoxLayout;
+    progress->setContentsMargins(20, 0, 0, 0);
+    progress->addWidget(ui->FileNameLabel_2);
+    progress->addWidget(ui->progressBarOverAll);
+    progress->addWidget(ui->FileNameLabel);
+    progress->addWidget(ui->progressBar);
+    grid->addLayout(progress, 5, 0);
+
+    auto *bottom = new QHBoxLayout;
+    bottom->addWidget(ui->BackButton);
+    bottom->addWidget(ui->HelpButton);
+    bottom->addStretch();
+    bottom->addWidget(ui->StopButton);
+    bottom->addWidget(ui->RepairButton);
+    grid->addLayout(bottom, 6, 0);
+}
+
+void VideoRepairWindow::OnInitialize()
+{
+    setWindowIcon(QIcon("images/img_Product.png"));
+    m_opacity = 0;
+    setWindowOpacity(0.0);
+    delete m_fadeTimer;
+    m_fadeTimer = new QTimer(this);
+    connect(m_fadeTimer, &QTimer::timeout, this, &VideoRepairWindow::OnTimerSlot);
+    m_fadeTimer->start(30);
+}
+
+void VideoRepairWindow::OnTimerSlot()
+{
+    setWindowOpacity(m_opacity);
+    m_opacity += 0.1f;
+    if (m_opacity >= 1.0f) {
+        m_opacity = 1.0f;
+        setWindowOpacity(1.0);
+        if (m_fadeTimer) {
+            m_fadeTimer->stop();
+            m_fadeTimer->deleteLater();
+            m_fadeTimer = nullptr;
+        }
+    }
+}
+
+void VideoRepairWindow::OnInitialSettings()
+{
+    m_tree->clear();
+    m_root = nullptr;
+    ui->RemoveButton->setEnabled(false);
+    ui->RepairButton->setEnabled(false);
+    ui->PreviewButton->setEnabled(false);
+    ui->FileNameLabel->hide();
+    ui->progressBar->hide();
+    ui->StopButton->hide();
+    ui->FileNameLabel_2->hide();
+    ui->progressBarOverAll->hide();
+    ShowIdleControls();
+}
+
+void VideoRepairWindow::ShowIdleControls()
+{
+    ui->label_4->setText(tr("Click 'Repair' button to repair selected files."));
+    ui->label_5->show();
+    ui->label_4->show();
+}
+
+// ---- The file list ----
+
+QStringList VideoRepairWindow::ChooseFiles()
+{
+    return QFileDialog::getOpenFileNames(this, tr("Select one or more files to open"), "/home",
+                                         tr("Video (*.mov *.mp4 *.m4v *.m4a *.f4v)"));
+}
+
+void VideoRepairWindow::OnAddVideoFile()
+{
+    AddFiles(ChooseFiles());
+}
+
+void VideoRepairWindow::EnsureRoot()
+{
+    if (m_root)
+        return;
+    m_root = new MyRightTreeWidgetItem(m_tree);
+    m_tree->insertTopLevelItem(0, m_root);
+    m_root->setText(MyRightTreeWidgetItem::Name, tr(RootText));
+    m_root->setText(MyRightTreeWidgetItem::FileId, "1");
+    m_root->setText(MyRightTreeWidgetItem::ParentId, "0");
+    m_root->setCheckState(0, Qt::Checked);
+    for (int c = 0; c < 7; ++c) {
+        m_root->setFont(c, TreeFont(true));
+        if (c != MyRightTreeWidgetItem::Path)
+            m_root->setSizeHint(c, QSize(18, 18));
+    }
+}
+
+void VideoRepairWindow::AddFiles(const QStringList &paths)
+{
+    if (paths.isEmpty())
+        return;
+    QFileIconProvider icons;
+    for (const QString &path : paths) {
+        QCoreApplication::processEvents();
+        EnsureRoot();
+        if (AlreadyAdded(path))
+            continue;
+        auto *row = new MyRightTreeWidgetItem(m_root);
+        for (int c = 0; c < 7; ++c)
+            if (c != MyRightTreeWidgetItem::Path)
+                row->setSizeHint(c, QSize(18, 18));
+        const QFileInfo info(path);
+        if (info.isDir()) {
+            // The empty row stays in the list.
+            QMessageBox::warning(this, tr("Corvane Aldrake Video Repair"), tr("Not a valid video file."),
+                                 QMessageBox::Ok);
+            continue;
+        }
+        row->setText(MyRightTreeWidgetItem::Name, info.fileName());
+        row->setIcon(MyRightTreeWidgetItem::Name, icons.icon(info));
+        row->setText(MyRightTreeWidgetItem::Path, path);
+        row->setText(MyRightTreeWidgetItem::TemporaryPath, path);
+        row->setText(MyRightTreeWidgetItem::Size, GetSizeOfItem(info.size()));
+        row->setText(MyRightTreeWidgetItem::Bytes, QString::number(info.size()));
+        row->setCheckState(0, Qt::Checked);
+        row->setText(MyRightTreeWidgetItem::FileId, QString::number(m_nextFileId));
+        row->setText(MyRightTreeWidgetItem::ParentId, "1");
+        row->setFont(0, TreeFont(true));
+        for (int c = 1; c < 7; ++c)
+            row->setFont(c, TreeFont(false));
+        ++m_nextFileId;
+    }
+    if (m_root)
+        m_root->setExpanded(true);
+    UpdateRepairButton();
+}
+
+bool VideoRepairWindow::AlreadyAdded(const QString &path)
+{
+    for (QTreeWidgetItem *row : AllRows(m_tree)) {
+        if (row->text(MyRightTreeWidgetItem::Path).compare(path, Qt::CaseInsensitive) == 0) {
+            QMessageBox::warning(this, tr("Corvane Aldrake Video Repair"),
+                                 tr("Files already added to list will be skipped."), QMessageBox::Ok);
+            return true;
+        }
+    }
+    return false;
+}
+
+QString VideoRepairWindow::GetSizeOfItem(qint64 bytes) const
+{
+    return ::GetSizeOfItem(bytes);
+}
+
+int VideoRepairWindow::CountChecked() const
+{
+    int n = 0;
+    for (QTreeWidgetItem *row : AllRows(m_tree))
+        if (row->checkState(0) == Qt::Checked)
+            ++n;
+    return n;
+}
+
+void VideoRepairWindow::UpdateRepairButton()
+{
+    ui->RepairButton->setEnabled(CountChecked() > 1);
+}
+
+void VideoRepairWindow::OnRemoveVideoFile()
+{
+    const QList<QTreeWidgetItem *> selected = m_tree->selectedItems();
+    QTreeWidgetItem *first = nullptr;
+    for (QTreeWidgetItem *row : AllRows(m_tree))
+        if (selected.contains(row)) {
+            first = row;
+            break;
+        }
+    if (first) {
+        if (first == m_root)
+            m_root = nullptr;
+        delete first; // takes it out of its parent or of the tree, children included
+    }
+
+    UpdateRepairButton();
+    const int rows = AllRows(m_tree).size();
+    if (rows == 1) {
+        m_root = nullptr;
+        m_tree->clear();
+        ui->PreviewButton->setEnabled(false);
+        ui->RemoveButton->setEnabled(false);
+        ui->RepairButton->setEnabled(false);
+        return;
+    }
+    ui->RemoveButton->setEnabled(false);
+    if (rows == 0)
+        m_root = nullptr;
+    else
+        ui->RemoveButton->setEnabled(true);
+    ui->PreviewButton->setEnabled(false);
+    for (QTreeWidgetItem *row : m_tree->selectedItems())
+        ui->PreviewButton->setEnabled(!IsRoot(row));
+}
+
+void VideoRepairWindow::OnItemClicked(QTreeWidgetItem *item, int)
+{
+    if (bProcessRunning || !item)
+        return;
+    ui->PreviewButton->setEnabled(false);
+    ui->RemoveButton->setEnabled(true);
+    ui->RepairButton->setEnabled(false);
+
+    const QList<QTreeWidgetItem *> rows = AllRows(m_tree);
+    if (IsRoot(item)) {
+        const Qt::CheckState state = item->checkState(0);
+        if (state == Qt::PartiallyChecked)
+            return;
+        for (QTreeWidgetItem *row : rows)
+            row->setCheckState(0, state);
+        if (state == Qt::Checked)
+            ui->RepairButton->setEnabled(rows.size() > 1);
+        return;
+    }
+
+    ui->PreviewButton->setEnabled(true);
+    int files = 0, unchecked = 0, checked = 0;
+    for (QTreeWidgetItem *row : rows) {
+        if (IsRoot(row))
+            continue;
+        ++files;
+        if (row->checkState(0) == Qt::Unchecked)
+            ++unchecked;
+        else if (row->checkState(0) == Qt::Checked)
+            ++checked;
+    }
+    if (!m_root)
+        return;
+    if (unchecked == files) {
+        m_root->setCheckState(0, Qt::Unchecked);
+        ui->RepairButton->setEnabled(false);
+    } else if (checked == files) {
+        m_root->setCheckState(0, Qt::Checked);
+        ui->RepairButton->setEnabled(true);
+    } else {
+        m_root->setCheckState(0, Qt::PartiallyChecked);
+        ui->RepairButton->setEnabled(true);
+    }
+}
+
+// ---- A repair run ----
+
+QString VideoRepairWindow::TempFolder()
+{
+    return "/var/tmp/.CorvaneVideoRepairTemp";
+}
+
+QString VideoRepairWindow::GetTempLocation()
+{
+    const QString folder = TempFolder();
+    RunShell("rm -R " + ShellQuote(folder));
+    QDir().mkpath(folder);
+    RunShell("chmod -R 777 /var/tmp/.CorvaneVideoRepairTemp");
+    return folder;
+}
+
+qint64 VideoRepairWindow::GetFree(const QString &path)
+{
+    return ProbeFreeBytesRepairPage(path);
+}
+
+bool VideoRepairWindow::GetFreeSpace(long long needed, const QString &path)
+{
+    return needed <= GetFree(path);
+}
+
+void VideoRepairWindow::SetRunningControls(bool running)
+{
+    ui->AddButton->setEnabled(!running);
+    ui->BackButton->setEnabled(!running);
+    m_tree->setEnabled(!running);
+}
+
+void VideoRepairWindow::OnRepairVideoFiles()
+{
+    const QString folder = GetTempLocation();
+    QStringList paths;
+    quint64 total = 0;
+    const QList<QTreeWidgetItem *> rows = AllRows(m_tree);
+    for (int i = 1; i < rows.size(); ++i) {
+        QTreeWidgetItem *row = rows.at(i);
+        if (row->checkState(0) != Qt::Checked)
+            continue;
+        const QString path = row->text(MyRightTreeWidgetItem::Path);
+        paths << path;
+        total += row->text(MyRightTreeWidgetItem::Bytes).toULongLong();
+        row->setText(MyRightTreeWidgetItem::TemporaryPath, QString());
+        row->setText(MyRightTreeWidgetItem::TemporaryPath, folder + "/" + QFileInfo(path).fileName());
+    }
+
+    if (!GetFreeSpace(static_cast<long long>(total), "/")) {
+        QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
+                        tr("Insufficient space on boot drive to save temporary data."), QMessageBox::Ok, this);
+        box.setInformativeText(tr("Sufficient space to save temporary data is not available on boot drive. "
+                                  "Please create empty space on boot drive to repair selected files."));
+        box.exec();
+        return;
+    }
+
+    ui->FileNameLabel->show();
+    ui->progressBar->show();
+    ui->StopButton->show();
+    ui->FileNameLabel_2->hide();
+    ui->progressBarOverAll->hide();
+    ui->label_5->hide();
+    ui->label_4->hide();
+    ui->RemoveButton->setEnabled(false);
+    ui->RepairButton->setEnabled(false);
+    ui->PreviewButton->setEnabled(false);
+    SetRunningControls(true);
+    m_worker.SetInitialSettings(paths, folder);
+}
+
+void VideoRepairWindow::OnMaxProgress(unsigned long n)
+{
+    ui->progressBar->reset();
+    ui->progressBar->setMaximum(int(qMin<unsigned long>(n, INT_MAX)));
+}
+
+void VideoRepairWindow::OnProgressValue(unsigned long v)
+{
+    ui->progressBar->setValue(int(qMin<unsigned long>(v, INT_MAX)));
+}
+
+void VideoRepairWindow::OnOverAllMaxProgress(unsigned long n)
+{
+    ui->progressBarOverAll->reset();
+    ui->progressBarOverAll->setMaximum(int(qMin<unsigned long>(n, INT_MAX)));
+    ui->FileNameLabel_2->show();
+    ui->progressBarOverAll->show();
+}
+
+void VideoRepairWindow::OnOverAllProgressValue(unsigned long v)
+{
+    ui->progressBarOverAll->setValue(int(qMin<unsigned long>(v, INT_MAX)));
+}
+
+void VideoRepairWindow::OnInfo(QString text)
+{
+    ui->FileNameLabel->setText(text);
+}
+
+void VideoRepairWindow::OnStop()
+{
+    QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
+                    tr("Process cannot be resumed from the current stage."), QMessageBox::Yes | QMessageBox::No,
+                    this);
+    box.setInformativeText(tr("Do you want to abort the current process?"));
+    box.setDefaultButton(QMessageBox::No);
+    if (box.exec() != QMessageBox::Yes)
+        return;
+    bStopFlag = true;
+    m_tree->setEnabled(true);
+}
+
+void VideoRepairWindow::OnProcessAborted()
+{
+    ui->RemoveButton->setEnabled(false);
+    ui->PreviewButton->setEnabled(false);
+    ui->RepairButton->setEnabled(true);
+    ui->FileNameLabel->hide();
+    ui->progressBar->hide();
+    ui->StopButton->hide();
+    ui->FileNameLabel_2->hide();
+    ui->progressBarOverAll->hide();
+    m_tree->setEnabled(true);
+    ShowIdleControls();
+    ui->BackButton->setEnabled(true);
+    ui->AddButton->setEnabled(true);
+}
+
+void VideoRepairWindow::OnRepairFinish()
+{
+    if (!m_root) // nothing was listed; there is nothing to hand over
+        return;
+    hide();
+    if (m_savingWindow)
+        m_savingWindow->deleteLater();
+    // The save page takes a deep copy of the list, the results of every row with it.
+    m_savingWindow = new VideoSavingWindow(nullptr, static_cast<MyRightTreeWidgetItem *>(m_root->clone()));
+
+    // Outcome by file name: a row fails when its name is that of a working copy the re-encoding pass
+    // could not handle. Two ticked files of one name therefore share one outcome.
+    const QStringList failed = m_worker.UnsupportedList();
+    for (QTreeWidgetItem *row : AllRows(m_savingWindow->Tree())) {
+        const QString name = row->text(MyRightTreeWidgetItem::Name);
+        bool matched = false;
+        for (const QString &path : failed) {
+            if (name == QFileInfo(path).fileName()) {
+                mY_unsupportedList << name;
+                row->setText(StatusColumn, tr("Repair Failed"));
+                row->setForeground(StatusColumn, QColor("Red"));
+                matched = true;
+                break;
+            }
+        }
+        if (!matched && name != RootText) {
+            row->setText(StatusColumn, tr("Successfully Repaired"));
+            row->setForeground(StatusColumn, QColor("Green"));
+            AllFiles << name;
+        }
+    }
+    m_worker.ClearUnsupportedList();
+
+    StoreGeometry();
+    m_savingWindow->OnInitialize();
+    if (!m_bMax) {
+        m_savingWindow->restoreGeometry(
+            QSettings("Corvane", "CorvaneVideoGeometrySettings").value("geometry").toByteArray());
+        m_savingWindow->Tree()->show();
+        m_savingWindow->show();
+    } else {
+        m_savingWindow->Tree()->show();
+        m_savingWindow->showMaximized();
+    }
+    connect(m_savingWindow, &VideoSavingWindow::Goback, this, &VideoRepairWindow::OnThisPage);
+}
+
+void VideoRepairWindow::StoreGeometry()
+{
+    QSettings("Corvane", "CorvaneVideoGeometrySettings").setValue("geometry", saveGeometry());
+    if (isMaximized())
+        m_bMax = true;
+}
+
+void VideoRepairWindow::OnGoBack()
+{
+    RunShell("rm -R " + ShellQuote(TempFolder()));
+    m_root = nullptr;
+    StoreGeometry(); // m_bMax is never cleared here: a page once maximised keeps reporting it
+    hide();
+    Q_EMIT OnBack(m_bMax);
+}
+
+void VideoRepairWindow::OnThisPage(bool maximised)
+{
+    if (m_savingWindow) {
+        // The save page that sent us back is finished with; it goes once its own handler returns.
+        m_savingWindow->deleteLater();
+        m_savingWindow = nullptr;
+    }
+    m_tree->clear();
+    ui->AddButton->setEnabled(true);
+    ui->BackButton->setEnabled(true);
+    m_tree->setEnabled(true);
+    ui->RemoveButton->setEnabled(false);
+    ui->RepairButton->setEnabled(false);
+    ui->PreviewButton->setEnabled(false);
+    ui->FileNameLabel->hide();
+    ui->progressBar->hide();
+    ui->StopButton->hide();
+    ui->FileNameLabel_2->hide();
+    ui->progressBarOverAll->hide();
+    ShowIdleControls();
+    m_root = nullptr;
+    OnInitialize();
+    m_bMax = maximised;
+    if (!maximised) {
+        restoreGeometry(QSettings("Corvane", "CorvaneVideoGeometrySettings").value("geometry").toByteArray());
+        show();
+    } else {
+        showMaximized();
+    }
+}
+
+void VideoRepairWindow::OpenHelp()
+{
+    QString address = "file://" + HelpFilePath + "/help/Preview_and_Repair_Video_Files.htm";
+    address.replace(" ", "%20");
+    OpenInBrowser(address, BrowserRoute::BrowserOrSystem);
+}
+
+void VideoRepairWindow::closeEvent(QCloseEvent *event)
+{
+    if (CloseSuccess) {
+        event->accept();
+        return;
+    }
+    if (bProcessRunning) {
+        event->ignore();
+        return;
+    }
+    const auto answer = QMessageBox::warning(this, tr("Corvane Aldrake Video Repair"),
+                                             tr("Do you want to close Corvane Aldrake Video Repair? "),
+                                             QMessageBox::Yes | QMessageBox::No);
+    if (answer != QMessageBox::Yes) {
+        event->ignore();
+        return;
+    }
+    RunShell("rm -R " + ShellQuote(TempFolder()));
+    CleanPreviews();
+    event->accept();
+    CloseSuccess = true;
+}
+
+// ---- Preview ----
+
+void VideoRepairWindow::GetQuickLookProcessID()
+{
+    lstProcessID = ProbePreviewProcessIds();
+}
+
+void VideoRepairWindow::CleanPreviews()
+{
+    for (const QString &path : lstRunningFilePath) {
+        const QFileInfo info(path);
+        if (info.exists() && info.isFile())
+            RunShell("rm " + ShellQuote(path));
+    }
+    GetQuickLookProcessID();
+    for (unsigned int id : lstProcessID) {
+        nRunningID = id;
+        KillPreviewProcess(id);
+    }
+}
+
+void VideoRepairWindow::OnPreviewMovFile()
+{
+    QTreeWidgetItem *first = nullptr;
+    const QList<QTreeWidgetItem *> selected = m_tree->selectedItems();
+    for (QTreeWidgetItem *row : AllRows(m_tree))
+        if (selected.contains(row)) {
+            first = row;
+            break;
+        }
+    Preview(first, tr("Corvane Aldrake Video Repair"));
+}
+
+void VideoRepairWindow::OnDoubleClicked(QTreeWidgetItem *item, int)
+{
+    if (bProcessRunning || !item)
+        return;
+    // The double-click box carries its own title, "File" included.
+    Preview(item, tr("Corvane Aldrake File Video Repair"));
+}
+
+void VideoRepairWindow::Preview(QTreeWidgetItem *row, const QString &f4vTitle)
+{
+    const int version = PreviewRouteVersion();
+    if (version == 6)
+        return;
+    if (version > 8) {
+        CleanPreviews();
+        // The earlier preview thread may still be ending; it must have ended before it can start
+        // again, or this preview would never open.
+        m_preview.StopPreviewer();
+    }
+    bQuickLookClose = false;
+    if (!row)
+        return;
+
+    const QString path = row->text(MyRightTreeWidgetItem::TemporaryPath);
+    if (path.endsWith(".f4v", Qt::CaseInsensitive)) {
+        QMessageBox box(QMessageBox::Information, f4vTitle, tr("\nPreview not supported for this file type."),
+                        QMessageBox::Ok);
+        box.exec();
+        return;
+    }
+
+    const QString copy = MakePreviewCopy(path);
+    if (version == 8) {
+        strFileForPreview = copy;
+        if (!strFileForPreview.isEmpty())
+            SetWindowLevel(0, nArgc, cArgv);
+        m_quickLookTimer.start();
+    } else if (version == 7) {
+        CallSelectedItems(copy);
+        m_quickLookTimer.start();
+    } else {
+        lstRunningFilePath.clear();
+        lstRunningFilePath << copy;
+        m_preview.SetInitialSettings(strPreviewerPath, copy);
+        m_preview.start();
+    }
+}
+
+void VideoRepairWindow::OnQuickLookSlot()
+{
+    if (!bQuickLookClose)
+        return;
+    m_quickLookTimer.stop();
+    activateWindow();
+}
+
+void VideoRepairWindow::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    event->accept();
+}

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "repair/ThreadVideoRepair.h"
+#include "workers/ThreadPreview.h"
+
+#include <QStringList>
+#include <QTimer>
+#include <QWidget>
+
+#include <memory>
+
+class MyRightTreeWidgetItem;
+class MyTreeWidget;
+class QTreeWidgetItem;
+class VideoSavingWindow;
+namespace Ui {
+class VideoRepairWin;
+}
+
+// The repair page: the list of files to repair, a repair run over the ticked ones with its
+// progress, and previews. At the end of a run it hands the results over to the save page.
+class VideoRepairWindow : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit VideoRepairWindow(QWidget *parent = nullptr);
+    ~VideoRepairWindow() override;
+
+    // Called by the main window before the page is shown: fade-in and the idle state.
+    void OnInitialize();
+    void OnInitialSettings();
+
+    MyTreeWidget *Tree() const { return m_tree; }
+    ThreadVideoRepair *Worker() { return &m_worker; }
+    VideoSavingWindow *SavingWindow() const { return m_savingWindow; }
+
+    bool AlreadyAdded(const QString &path);
+    QString GetSizeOfItem(qint64 bytes) const;
+    qint64 GetFree(const QString &path);
+    bool GetFreeSpace(long long needed, const QString &path);
+    void GetQuickLookProcessID();
+
+    // Where the working copies go; the same folder for every run.
+    static QString TempFolder();
+
+    // Adds the files as the file dialog would have returned them.
+    void AddFiles(const QStringList &paths);
+
+Q_SIGNALS:
+    void OnBack(bool maximised);
+
+public Q_SLOTS:
+    void OnAddVideoFile();
+    void OnRemoveVideoFile();
+    void OnItemClicked(QTreeWidgetItem *item, int column);
+    void OnRepairVideoFiles();
+    void OnStop();
+    void OnGoBack();
+    void OnThisPage(bool maximised);
+    void OpenHelp();
+    void OnPreviewMovFile();
+    void OnDoubleClicked(QTreeWidgetItem *item, int column);
+    void OnQuickLookSlot();
+
+    void OnRepairFinish();
+    void OnProcessAborted();
+    void OnOverAllMaxProgress(unsigned long n);
+    void OnOverAllProgressValue(unsigned long v);
+    void OnInfo(QString text);
+    void OnMaxProgress(unsigned long n);
+    void OnProgressValue(unsigned long v);
+    void OnTimerSlot();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+
+    // The file dialog; tests answer it instead.
+    virtual QStringList ChooseFiles();
+
+private:
+    void SetLayout();
+    void SetTreeSettings();
+    void EnsureRoot();
+    int CountChecked() const;
+    void UpdateRepairButton();
+    void ShowIdleControls();
+    void SetRunningControls(bool running);
+    QString GetTempLocation();
+    void Preview(QTreeWidgetItem *row, const QString &f4vTitle);
+    void CleanPreviews();
+    void StoreGeometry();
+
+    std::unique_ptr<Ui::VideoRepairWin> ui;
+    MyTreeWidget *m_tree = nullptr;
+    MyRightTreeWidgetItem *m_root = nullptr;
+    quint32 m_nextFileId = 2;
+    ThreadVideoRepair m_worker;
+    ThreadPreview m_preview;
+    QTimer *m_fadeTimer = nullptr;
+    float m_opacity = 0;
+    QTimer m_quickLookTimer;
+    VideoSavingWindow *m_savingWindow = nullptr;
+};

@@ -1,0 +1,309 @@
+// The repair page driven as a user would: adding and removing files, the check boxes, a real repair
+// run on files made with ffmpeg, and previews through a stand-in preview program.
+
+#include "Fixtures.h"
+#include "ModalAnswerer.h"
+#include "pages/repair/MyRightTreeWidgetItem.h"
+#include "pages/repair/MyTreeWidget.h"
+#include "pages/repair/RepairResults.h"
+#include "pages/repair/VideoRepairWindow.h"
+#include "pages/save/VideoSavingWindow.h"
+#include "workers/PreviewCopy.h"
+#include "workers/PreviewState.h"
+
+#include <QDir>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+extern QString strPreviewerPath;
+
+namespace {
+
+using Col = MyRightTreeWidgetItem::Column;
+
+// The page with its file dialog answered by the test.
+class Page : public VideoRepairWindow
+{
+public:
+    QStringList answer;
+
+protected:
+    QStringList ChooseFiles() override { return answer; }
+};
+
+QPushButton *Button(QWidget *page, const char *name)
+{
+    return page->findChild<QPushButton *>(name);
+}
+
+QStringList ButtonsEnabled(QWidget *page)
+{
+    QStringList on;
+    for (const char *name : {"RemoveButton", "RepairButton", "PreviewButton"})
+        if (Button(page, name)->isEnabled())
+            on << name;
+    return on;
+}
+
+QString ReadText(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+void Click(MyTreeWidget *tree, QTreeWidgetItem *row)
+{
+    // What a click on the check box does: the box toggles, then itemClicked arrives.
+    row->setCheckState(0, row->checkState(0) == Qt::Checked ? Qt::Unchecked : Qt::Checked);
+    Q_EMIT tree->itemClicked(row, 0);
+}
+
+} // namespace
+
+class TstVideoRepairWindow : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+
+    QString File(const QString &name, int size = 1000)
+    {
+        const QString path = m_dir.filePath(name);
+        QFile f(path);
+        f.open(QIODevice::WriteOnly);
+        f.write(QByteArray(size, 'x'));
+        return path;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        bProcessRunning = false;
+        bStopFlag = false;
+        mY_unsupportedList.clear();
+        AllFiles.clear();
+    }
+
+    void duplicatesAndFolders()
+    {
+        Page page;
+        page.OnInitialSettings();
+        const QString a = File("a.mov");
+        QDir().mkpath(m_dir.filePath("folder.mov"));
+        page.answer = QStringList{a, a, m_dir.filePath("A.MOV"), m_dir.filePath("folder.mov"), File("b.mp4", 2048)};
+        ModalAnswerer boxes(QMessageBox::Ok);
+        page.OnAddVideoFile();
+
+        QCOMPARE(boxes.Texts(), (QStringList{"Files already added to list will be skipped.",
+                                             "Files already added to list will be skipped.",
+                                             "Not a valid video file."}));
+        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
+        QCOMPARE(root->text(Col::Name), QString("Video File(s)"));
+        QCOMPARE(root->text(Col::FileId), QString("1"));
+        // Sorted by name: the folder's empty row, a.mov, b.mp4.
+        QCOMPARE(root->childCount(), 3);
+        QCOMPARE(root->child(0)->text(Col::Name), QString());
+        QCOMPARE(root->child(1)->text(Col::FileId), QString("2"));
+        QTreeWidgetItem *b = root->child(2);
+        QCOMPARE(b->text(Col::Name), QString("b.mp4"));
+        QCOMPARE(b->text(Col::Size), QString("2 KB"));
+        QCOMPARE(b->text(Col::Bytes), QString("2048"));
+        QCOMPARE(b->text(Col::TemporaryPath), m_dir.filePath("b.mp4"));
+        QCOMPARE(b->text(Col::FileId), QString("3"));
+        QVERIFY(Button(&page, "RepairButton")->isEnabled());
+    }
+
+    void removingTheLastFile()
+    {
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{File("one.mov")};
+        page.OnAddVideoFile();
+        QTreeWidgetItem *row = page.Tree()->topLevelItem(0)->child(0);
+        page.Tree()->setCurrentItem(row);
+        row->setSelected(true);
+        page.OnRemoveVideoFile();
+        QCOMPARE(page.Tree()->topLevelItemCount(), 0);
+        QCOMPARE(ButtonsEnabled(&page), QStringList());
+
+        page.answer = QStringList{File("two.mov")};
+        page.OnAddVideoFile();
+        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
+        QCOMPARE(root->text(Col::FileId), QString("1"));
+        QCOMPARE(root->child(0)->text(Col::FileId), QString("3"));
+    }
+
+    void checkBoxes()
+    {
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{File("c1.mov"), File("c2.mov"), File("c3.mov")};
+        page.OnAddVideoFile();
+        MyTreeWidget *tree = page.Tree();
+        QTreeWidgetItem *root = tree->topLevelItem(0);
+
+        Click(tree, root->child(0));
+        QCOMPARE(root->checkState(0), Qt::PartiallyChecked);
+        QCOMPARE(ButtonsEnabled(&page), (QStringList{"RemoveButton", "RepairButton", "PreviewButton"}));
+
+        Click(tree, root->child(1));
+        Click(tree, root->child(2));
+        QCOMPARE(root->checkState(0), Qt::Unchecked);
+        QVERIFY(!Button(&page, "RepairButton")->isEnabled());
+
+        Click(tree, root); // the root ticks every file
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(root->child(i)->checkState(0), Qt::Checked);
+        QCOMPARE(ButtonsEnabled(&page), (QStringList{"RemoveButton", "RepairButton"}));
+
+        Click(tree, root);
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(root->child(i)->checkState(0), Qt::Unchecked);
+        QCOMPARE(ButtonsEnabled(&page), QStringList{"RemoveButton"});
+
+        // While a run is going, clicks change no button.
+        bProcessRunning = true;
+        Click(tree, root->child(0));
+        QCOMPARE(ButtonsEnabled(&page), QStringList{"RemoveButton"});
+        bProcessRunning = false;
+    }
+
+    // A repair run through the page on real files; one of them has 16-bit PCM audio and fails.
+    void realRun()
+    {
+        const QString in = m_dir.filePath("run");
+        QDir().mkpath(in);
+        Fixtures::Clip good;
+        good.seconds = 1;
+        Fixtures::Clip pcm = good;
+        pcm.audioCodec = "pcm_s16le";
+        QVERIFY(Fixtures::Make(in + "/good.mp4", good));
+        QVERIFY(Fixtures::Make(in + "/good.mov", good));
+        QVERIFY(Fixtures::Make(in + "/pcm.mov", pcm));
+
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{in + "/good.mp4", in + "/good.mov", in + "/pcm.mov"};
+        page.OnAddVideoFile();
+        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
+        ModalAnswerer noBoxes(QMessageBox::Ok, 1000);
+        Button(&page, "RepairButton")->click();
+        QVERIFY(!noBoxes.Answered());
+        QVERIFY(!Button(&page, "AddButton")->isEnabled());
+        QVERIFY(finished.wait(120000));
+        QTRY_VERIFY(!bProcessRunning);
+        QCoreApplication::processEvents();
+
+        QCOMPARE(mY_unsupportedList, QStringList{"pcm.mov"});
+        QStringList repaired = AllFiles;
+        repaired.sort();
+        QCOMPARE(repaired, (QStringList{"good.mov", "good.mp4"}));
+        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
+        for (int i = 0; i < root->childCount(); ++i)
+            QVERIFY(root->child(i)->text(Col::TemporaryPath).startsWith(VideoRepairWindow::TempFolder() + "/"));
+        QVERIFY(QFileInfo::exists(VideoRepairWindow::TempFolder() + "/good.mp4"));
+        QVERIFY(!QFileInfo::exists(VideoRepairWindow::TempFolder() + "/pcm.mov"));
+        QVERIFY(Fixtures::DecodeErrors(VideoRepairWindow::TempFolder() + "/good.mov").isEmpty());
+        QVERIFY(page.Worker()->UnsupportedList().isEmpty());
+
+        // The save page takes over, with each row's outcome.
+        QVERIFY(page.isHidden());
+        VideoSavingWindow *save = page.SavingWindow();
+        QVERIFY(save && save->isVisible());
+        QStringList statuses;
+        for (QTreeWidgetItemIterator it(save->Tree()); *it; ++it)
+            statuses << (*it)->text(0) + ": " + (*it)->text(7);
+        statuses.sort();
+        QCOMPARE(statuses, (QStringList{"Video File(s): ", "good.mov: Successfully Repaired",
+                                        "good.mp4: Successfully Repaired", "pcm.mov: Repair Failed"}));
+    }
+
+    void f4vIsNotPreviewed_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("lower case") << "clip.f4v";
+        QTest::newRow("upper case") << "CLIP.F4V";
+    }
+
+    void f4vIsNotPreviewed()
+    {
+        QFETCH(QString, name);
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{File(name)};
+        page.OnAddVideoFile();
+        QTreeWidgetItem *row = page.Tree()->topLevelItem(0)->child(0);
+        ModalAnswerer box(QMessageBox::Ok);
+        page.OnDoubleClicked(row, 0);
+        QCOMPARE(box.Text(), QString("\nPreview not supported for this file type."));
+        QCOMPARE(box.Title(), QString("Corvane Aldrake File Video Repair"));
+        QVERIFY(!QFileInfo::exists(PreviewCopyName(m_dir.filePath(name))));
+    }
+
+    // Previews run the preview program on a copy named with a leading blank; a second preview ends
+    // the first program and deletes its copy. A stand-in program records what it was given.
+    void previewTwice()
+    {
+        const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
+        QDir().mkpath(bin);
+        const QString log = m_dir.filePath("previewer.log");
+        const QString fake = bin + "/VideoFileUtil";
+        {
+            QFile f(fake);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(QString("#!/bin/sh\necho \"$1\" >> '%1'\nexec sleep 30\n").arg(log).toUtf8());
+        }
+        QFile::setPermissions(fake, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        strPreviewerPath = fake;
+
+        Page page;
+        page.OnInitialSettings();
+        const QString first = File("first.mov", 3000);
+        const QString second = File("second.mov", 5000);
+        page.answer = QStringList{first, second};
+        page.OnAddVideoFile();
+        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
+
+        page.OnDoubleClicked(root->child(0), 0);
+        const QString firstCopy = PreviewCopyName(first);
+        QCOMPARE(QFileInfo(firstCopy).size(), 3000);
+        QTRY_VERIFY(QFileInfo::exists(log));
+
+        page.OnDoubleClicked(root->child(1), 0);
+        QVERIFY(!QFileInfo::exists(firstCopy));
+        QCOMPARE(QFileInfo(PreviewCopyName(second)).size(), 5000);
+        QTRY_COMPARE(ReadText(log), firstCopy + "\n" + PreviewCopyName(second) + "\n");
+        QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
+        QVERIFY(QFileInfo::exists(first)); // the user's files are untouched
+        QVERIFY(QFileInfo::exists(second));
+    }
+
+    // A file of the user's that already has the copy's name is left alone.
+    void previewNeverOverwritesAUsersFile()
+    {
+        strPreviewerPath = "/bin/true";
+        const QString source = File("mine.mov", 100);
+        const QString taken = PreviewCopyName(source);
+        {
+            QFile f(taken);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("my own file");
+        }
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{source};
+        page.OnAddVideoFile();
+        page.OnDoubleClicked(page.Tree()->topLevelItem(0)->child(0), 0);
+        QCOMPARE(lstRunningFilePath.size(), 1);
+        QVERIFY(lstRunningFilePath.first() != taken);
+        QCOMPARE(QFileInfo(lstRunningFilePath.first()).size(), 100);
+        QFile f(taken);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), QByteArray("my own file"));
+    }
+};
+
+QTEST_MAIN(TstVideoRepairWindow)
+#include "tst_videorepairwindow.moc"
