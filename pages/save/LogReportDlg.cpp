@@ -1,0 +1,111 @@
+#include "pages/save/LogReportDlg.h"
+
+#include "pages/repair/RepairResults.h"
+#include "pages/save/FolderDialog.h"
+#include "ui_LogReportDlg.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QMessageBox>
+#include <QPrinter>
+#include <QTextCharFormat>
+#include <QTextCursor>
+
+LogReportDlg::LogReportDlg(QWidget *parent) : QDialog(parent), ui(new Ui::LogReportDlg)
+{
+    ui->setupUi(this);
+    connect(ui->SavelogBtn, &QPushButton::clicked, this, &LogReportDlg::OnSaveLog);
+}
+
+LogReportDlg::~LogReportDlg() = default;
+
+QTextEdit *LogReportDlg::LogTxtEdit() const
+{
+    return ui->LogTxtEdit;
+}
+
+// The two kinds of entry differ on purpose: a failed entry has no blank after "File Status:", moves
+// the edit's own cursor to the end before its status, and has an extra empty block before its
+// separator line. Reports made by earlier versions look the same.
+void LogReportDlg::OnLogReportStatus()
+{
+    setModal(true);
+    const QString stamp = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss");
+    QTextEdit *edit = ui->LogTxtEdit;
+
+    edit->clear();
+    QTextCursor cursor = edit->textCursor();
+    cursor.movePosition(QTextCursor::Start);
+
+    const QTextCharFormat plain;
+    QTextCharFormat separatorFormat;
+    separatorFormat.setFontWeight(QFont::Bold);
+    const QString separator = "* * * * * * * * * * * * * * * * * * * * * * * * * * * * * * * * *";
+
+    edit->setAlignment(Qt::AlignCenter);
+    edit->append(tr("***Corvane Aldrake Video Repair Log Report***"));
+    cursor.insertBlock();
+    cursor.insertBlock();
+    edit->setAlignment(Qt::AlignLeft);
+
+    for (const QString &name : qAsConst(mY_unsupportedList)) {
+        cursor.insertText(tr("Video File Name : ") + name + "\n", plain);
+        cursor.insertText(tr("File Status:"), plain);
+        edit->moveCursor(QTextCursor::End);
+        edit->setTextColor(QColor("Red"));
+        edit->append(tr("Failed due to unsupported Audio or Video codecs.\n"));
+        cursor.insertText(tr("Date and Time: "), plain);
+        cursor.insertText("   ", plain);
+        cursor.insertText(stamp, plain);
+        cursor.insertBlock();
+        cursor.insertText("\n", plain);
+        cursor.insertText(separator + "\n" + " ", separatorFormat);
+        cursor.insertBlock();
+    }
+
+    for (const QString &name : qAsConst(AllFiles)) {
+        cursor.insertText(tr("Video File Name : ") + name + "\n", plain);
+        cursor.insertText(tr("File Status: "), plain);
+        edit->setTextColor(QColor("Green"));
+        edit->append(tr("Successfully Repaired. \n"));
+        cursor.insertText(tr("Date and Time: "), plain);
+        cursor.insertText("   ", plain);
+        cursor.insertText(stamp, plain);
+        cursor.insertText("\n", plain);
+        cursor.insertText(separator + "\n" + " ", separatorFormat);
+        cursor.insertBlock();
+    }
+
+    edit->moveCursor(QTextCursor::Start);
+    edit->ensureCursorVisible();
+}
+
+QString LogReportDlg::LogFileName(const QString &folder)
+{
+    QString name = folder + "/" + "VideoFileRepairLog" + ".pdf";
+    if (!name.contains(".pdf"))
+        name += ".pdf";
+    return name;
+}
+
+void LogReportDlg::OnSaveLog()
+{
+    const QString folder = ChooseFolder();
+    if (folder.isEmpty())
+        return;
+    const QString fileName = LogFileName(folder);
+    if (QFile::exists(fileName))
+        QFile::remove(fileName);
+
+    QPrinter printer(QPrinter::HighResolution);
+    printer.setOutputFormat(QPrinter::PdfFormat);
+    printer.setOutputFileName(fileName);
+    ui->LogTxtEdit->document()->print(&printer);
+
+    QMessageBox box;
+    box.setWindowTitle(tr("Corvane Aldrake Video Repair"));
+    box.setText(tr("Log report saved successfully."));
+    box.setStandardButtons(QMessageBox::Ok);
+    box.setDefaultButton(QMessageBox::Ok);
+    box.exec();
+}
