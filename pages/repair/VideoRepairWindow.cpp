@@ -1,5 +1,6 @@
 #include "pages/repair/VideoRepairWindow.h"
 
+#include "pages/repair/FileDialog.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
 #include "workers/PreviewCopy.h"
@@ -17,6 +18,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDir>
+#include <QFile>
 #include <QFileDialog>
 #include <QFileIconProvider>
 #include <QFileInfo>
@@ -28,6 +30,9 @@
 #include <QScreen>
 #include <QSettings>
 #include <QVBoxLayout>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -213,15 +218,14 @@ void VideoRepairWindow::ShowIdleControls()
 
 // ---- The file list ----
 
-QStringList VideoRepairWindow::ChooseFiles()
-{
-    return QFileDialog::getOpenFileNames(this, tr("Select one or more files to open"), "/home",
-                                         tr("Video (*.mov *.mp4 *.m4v *.m4a *.f4v)"));
-}
+std::function<QStringList(QWidget *)> ChooseVideoFiles = [](QWidget *parent) {
+    return QFileDialog::getOpenFileNames(parent, VideoRepairWindow::tr("Select one or more files to open"), "/home",
+                                         VideoRepairWindow::tr("Video (*.mov *.mp4 *.m4v *.m4a *.f4v)"));
+};
 
 void VideoRepairWindow::OnAddVideoFile()
 {
-    AddFiles(ChooseFiles());
+    AddFiles(ChooseVideoFiles(this));
 }
 
 void VideoRepairWindow::EnsureRoot()
@@ -399,11 +403,33 @@ QString VideoRepairWindow::TempFolder()
     return "/var/tmp/.CorvaneVideoRepairTemp";
 }
 
+namespace {
+
+// True when path is a real folder of ours, not a link to one.
+bool IsOwnFolder(const QByteArray &path)
+{
+    struct stat st;
+    return ::lstat(path.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid();
+}
+
+} // namespace
+
 QString VideoRepairWindow::GetTempLocation()
 {
     const QString folder = TempFolder();
-    RunShell("rm -R " + ShellQuote(folder));
-    QDir().mkpath(folder);
+    RunShell("rm -R " + ShellQuote(folder)); // a planted link goes, not what it points to
+    // /var/tmp is shared: somebody may plant a link under the folder's name at any moment, and the
+    // copies, the chmod -R below (it follows a link named on its command line) and the whole run
+    // would then go to wherever it points. mkdir never follows one; what stands in its way is
+    // removed once more (unlink takes a link itself) and the folder made again. Once it is ours,
+    // nobody else can replace it in the sticky /var/tmp. Empty when it cannot be made ours.
+    const QByteArray name = QFile::encodeName(folder);
+    if (::mkdir(name.constData(), 0777) != 0 && !IsOwnFolder(name)) {
+        ::unlink(name.constData());
+        ::mkdir(name.constData(), 0777);
+    }
+    if (!IsOwnFolder(name))
+        return QString();
     RunShell("chmod -R 777 /var/tmp/.CorvaneVideoRepairTemp");
     return folder;
 }
@@ -428,6 +454,8 @@ void VideoRepairWindow::SetRunningControls(bool running)
 void VideoRepairWindow::OnRepairVideoFiles()
 {
     const QString folder = GetTempLocation();
+    if (folder.isEmpty())
+        return; // no working folder of our own: nothing may be written for this run
     QStringList paths;
     quint64 total = 0;
     const QList<QTreeWidgetItem *> rows = AllRows(m_tree);

@@ -76,9 +76,6 @@ protected:
     void closeEvent(QCloseEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
 
-    // The file dialog; tests answer it instead.
-    virtual QStringList ChooseFiles();
-
 private:
     void SetLayout();
     void SetTreeSettings();

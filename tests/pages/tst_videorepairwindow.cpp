@@ -3,6 +3,7 @@
 
 #include "Fixtures.h"
 #include "ModalAnswerer.h"
+#include "pages/repair/FileDialog.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
 #include "pages/repair/RepairResults.h"
@@ -29,8 +30,10 @@ class Page : public VideoRepairWindow
 public:
     QStringList answer;
 
-protected:
-    QStringList ChooseFiles() override { return answer; }
+    Page()
+    {
+        ChooseVideoFiles = [this](QWidget *) { return answer; };
+    }
 };
 
 QPushButton *Button(QWidget *page, const char *name)
