@@ -37,7 +37,8 @@ public:
 
     bool AlreadyAdded(const QString &path);
     QString GetSizeOfItem(qint64 bytes) const;
-    qint64 GetFree(const QString &path);
+    // Free bytes of the volume holding path; virtual so that tests can stand in for a full disk.
+    virtual qint64 GetFree(const QString &path);
     bool GetFreeSpace(long long needed, const QString &path);
     void GetQuickLookProcessID();
 

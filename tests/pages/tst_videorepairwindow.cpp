@@ -13,6 +13,7 @@
 #include "workers/PreviewState.h"
 
 #include <QDir>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -29,12 +30,22 @@ class Page : public VideoRepairWindow
 {
 public:
     QStringList answer;
+    qint64 freeBytes = -1; // the free-space probe's answer; -1 asks the real one
 
     Page()
     {
         ChooseVideoFiles = [this](QWidget *) { return answer; };
     }
+    qint64 GetFree(const QString &path) override
+    {
+        return freeBytes >= 0 ? freeBytes : VideoRepairWindow::GetFree(path);
+    }
 };
+
+QProgressBar *Bar(QWidget *page, const char *name)
+{
+    return page->findChild<QProgressBar *>(name);
+}
 
 QPushButton *Button(QWidget *page, const char *name)
 {
@@ -210,6 +221,18 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(VideoRepairWindow::TempFolder() + "/pcm.mov"));
         QVERIFY(Fixtures::DecodeErrors(VideoRepairWindow::TempFolder() + "/good.mov").isEmpty());
         QVERIFY(page.Worker()->UnsupportedList().isEmpty());
+        QCOMPARE(Bar(&page, "progressBarOverAll")->maximum(), 3);
+        QCOMPARE(Bar(&page, "progressBarOverAll")->value(), 2); // the last of the three files
+
+        // After the run a preview plays a copy made beside the working copy.
+        strPreviewerPath = "/bin/true";
+        QTreeWidgetItem *mp4 = nullptr;
+        for (int i = 0; i < root->childCount(); ++i)
+            if (root->child(i)->text(Col::Name) == "good.mp4")
+                mp4 = root->child(i);
+        page.OnDoubleClicked(mp4, 0);
+        QCOMPARE(lstRunningFilePath, QStringList{VideoRepairWindow::TempFolder() + "/ good.mp4"});
+        QVERIFY(QFileInfo::exists(lstRunningFilePath.first()));
 
         // The save page takes over, with each row's outcome.
         QVERIFY(page.isHidden());
@@ -223,25 +246,129 @@ private Q_SLOTS:
                                         "good.mp4: Successfully Repaired", "pcm.mov: Repair Failed"}));
     }
 
+    // The stop question during a run: No lets the run go on, Yes ends it with the rows kept.
+    void stopQuestion_data()
+    {
+        QTest::addColumn<int>("answer");
+        QTest::newRow("no") << int(QMessageBox::No);
+        QTest::newRow("yes") << int(QMessageBox::Yes);
+    }
+
+    void stopQuestion()
+    {
+        QFETCH(int, answer);
+        const QString in = m_dir.filePath("stop");
+        QDir().mkpath(in);
+        Fixtures::Clip clip;
+        clip.seconds = 6;
+        clip.size = "640x480";
+        QVERIFY(Fixtures::Make(in + "/long.mp4", clip));
+
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{in + "/long.mp4"};
+        page.OnAddVideoFile();
+        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
+        QSignalSpy aborted(page.Worker(), &ThreadVideoRepair::ProcessAborted);
+        ModalAnswerer box{QMessageBox::StandardButton(answer)};
+        int repairing = 0;
+        connect(page.Worker(), &ThreadVideoRepair::Info, &page, [&](const QString &text) {
+            if (text.startsWith("Repairing") && ++repairing == 2) // the re-encoding pass has begun
+                page.OnStop();
+        });
+        Button(&page, "RepairButton")->click();
+        QTRY_VERIFY_WITH_TIMEOUT(!finished.isEmpty() || !aborted.isEmpty(), 120000);
+        QCOMPARE(box.Text(), QString("Process cannot be resumed from the current stage."));
+        QCOMPARE(box.InformativeText(), QString("Do you want to abort the current process?"));
+        if (answer == QMessageBox::No) {
+            QCOMPARE(finished.size(), 1);
+            QTRY_VERIFY(page.SavingWindow()); // the hand-over arrives queued
+        } else {
+            QCOMPARE(aborted.size(), 1);
+            QTRY_VERIFY(!bProcessRunning);
+            QVERIFY(!Button(&page, "StopButton")->isVisible());
+            QVERIFY(Button(&page, "RepairButton")->isEnabled());
+            QVERIFY(Button(&page, "AddButton")->isEnabled());
+            QCOMPARE(page.Tree()->topLevelItem(0)->childCount(), 1);
+            QVERIFY(!page.SavingWindow());
+        }
+        QVERIFY(!bStopFlag);
+    }
+
+    void notEnoughSpaceStartsNothing()
+    {
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{File("big.mov", 5000)};
+        page.OnAddVideoFile();
+        page.freeBytes = 4999;
+        QSignalSpy started(page.Worker(), &QThread::started);
+        ModalAnswerer box(QMessageBox::Ok);
+        Button(&page, "RepairButton")->click();
+        QCOMPARE(box.Text(), QString("Insufficient space on boot drive to save temporary data."));
+        QCOMPARE(box.Icon(), QMessageBox::Warning);
+        QVERIFY(!page.Worker()->isRunning());
+        QVERIFY(started.isEmpty());
+        QVERIFY(Button(&page, "AddButton")->isEnabled());
+        QVERIFY(Button(&page, "RepairButton")->isEnabled());
+    }
+
+    // A page destroyed with its preview still running leaves nothing behind that stops the next run.
+    void nextRunAfterADestroyedPage()
+    {
+        strPreviewerPath = "/bin/sleep 30 #"; // a preview program that stays open
+        {
+            Page page;
+            page.OnInitialSettings();
+            page.answer = QStringList{File("gone.mov")};
+            page.OnAddVideoFile();
+            page.OnDoubleClicked(page.Tree()->topLevelItem(0)->child(0), 0);
+        }
+        QVERIFY(!bStopFlag);
+        const QString in = m_dir.filePath("next");
+        QDir().mkpath(in);
+        Fixtures::Clip clip;
+        clip.seconds = 1;
+        QVERIFY(Fixtures::Make(in + "/next.mp4", clip));
+        Page page;
+        page.OnInitialSettings();
+        page.answer = QStringList{in + "/next.mp4"};
+        page.OnAddVideoFile();
+        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
+        Button(&page, "RepairButton")->click();
+        QVERIFY(finished.wait(120000));
+        QVERIFY(QFileInfo::exists(VideoRepairWindow::TempFolder() + "/next.mp4"));
+    }
+
     void f4vIsNotPreviewed_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::newRow("lower case") << "clip.f4v";
-        QTest::newRow("upper case") << "CLIP.F4V";
+        QTest::addColumn<bool>("doubleClick");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("button") << "clip.f4v" << false << "Corvane Aldrake Video Repair";
+        QTest::newRow("double-click, upper case") << "CLIP.F4V" << true << "Corvane Aldrake File Video Repair";
     }
 
     void f4vIsNotPreviewed()
     {
         QFETCH(QString, name);
+        QFETCH(bool, doubleClick);
+        QFETCH(QString, title);
         Page page;
         page.OnInitialSettings();
         page.answer = QStringList{File(name)};
         page.OnAddVideoFile();
         QTreeWidgetItem *row = page.Tree()->topLevelItem(0)->child(0);
         ModalAnswerer box(QMessageBox::Ok);
-        page.OnDoubleClicked(row, 0);
+        if (doubleClick) {
+            page.OnDoubleClicked(row, 0);
+        } else {
+            row->setSelected(true);
+            Button(&page, "PreviewButton")->setEnabled(true);
+            Button(&page, "PreviewButton")->click();
+        }
         QCOMPARE(box.Text(), QString("\nPreview not supported for this file type."));
-        QCOMPARE(box.Title(), QString("Corvane Aldrake File Video Repair"));
+        QCOMPARE(box.Title(), title);
         QVERIFY(!QFileInfo::exists(PreviewCopyName(m_dir.filePath(name))));
     }
 
