@@ -9,7 +9,9 @@
 #include <QStandardPaths>
 #include <QTextStream>
 
+#include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -53,10 +55,29 @@ QString TempFile()
     return QString::fromLatin1(ProbeFiles::TempFile);
 }
 
+// The output files sit in /var/tmp, where anybody may plant a link under their names, and the
+// shell's ">" and ">>" follow links. So whatever is there is removed (a link itself, never what it
+// points to) and an empty file of our own is created in its place without following links, before
+// the command runs: /var/tmp is sticky, so from then on nobody else can replace it. False when the
+// name could not be claimed (an entry of another user that we may not remove); the command must
+// not run then.
+bool ClaimOutputFile(const QString &file)
+{
+    const QByteArray name = QFile::encodeName(file);
+    if (::unlink(name.constData()) != 0 && errno != ENOENT)
+        return false;
+    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    ::close(fd);
+    return true;
+}
+
 // Runs command, reads the output file, removes it.
 QStringList RunAndRead(const QString &command, const QString &file)
 {
-    QFile::remove(file);
+    if (!ClaimOutputFile(file))
+        return QStringList();
     RunShell(command);
     const QStringList lines = ReadProbeLines(file);
     QFile::remove(file);
@@ -84,7 +105,8 @@ QString ConsoleUser()
 QString MacDefaultBrowser()
 {
     QFile::remove(ProbeFiles::DotBrowser);
-    RunShell(MacProbe::DefaultsReadCommand(StrUserName));
+    if (ClaimOutputFile(ProbeFiles::Browser))
+        RunShell(MacProbe::DefaultsReadCommand(StrUserName));
     const QString handler = MacProbe::FindHandlerLine(ReadProbeLines(ProbeFiles::Browser));
     const QString browser = MacProbe::CleanBrowserName(MacProbe::BrowserFromHandlerLine(handler));
     QFile::remove(ProbeFiles::Browser);
@@ -98,7 +120,8 @@ QString MacDefaultBrowser()
     const QString app = "/Applications/" + browser + ".app";
     if (QFileInfo(app).isDir())
         return app;
-    RunShell(MacProbe::LsregisterCommand(browser));
+    if (ClaimOutputFile(ProbeFiles::BrowserPath))
+        RunShell(MacProbe::LsregisterCommand(browser));
     const QString path = MacProbe::PickBrowserPath(ReadProbeLines(ProbeFiles::BrowserPath), browser,
                                                    [](const QString &p) { return QFileInfo(p).isDir(); });
     QFile::remove(ProbeFiles::BrowserPath);
@@ -109,8 +132,8 @@ QString LinuxDefaultBrowser()
 {
     QFile::remove(ProbeFiles::DotBrowser);
     // The command appends: a file left by an earlier, interrupted probe must not answer for it.
-    QFile::remove(ProbeFiles::Browser);
-    RunShell(LinuxProbe::DefaultBrowserCommand());
+    if (ClaimOutputFile(ProbeFiles::Browser))
+        RunShell(LinuxProbe::DefaultBrowserCommand());
     QString id;
     for (const QString &line : ReadProbeLines(ProbeFiles::Browser)) {
         if (!line.trimmed().isEmpty()) {
@@ -157,7 +180,8 @@ qint64 ProbeFreeBytesSavePage(const QString &volume)
 
 QString ProbeBootOSVersion(bool powerPc)
 {
-    QFile::remove(TempFile());
+    if (!ClaimOutputFile(TempFile()))
+        return QString();
     RunShell(OnMac ? MacProbe::OsVersionCommand(powerPc) : LinuxProbe::OsVersionCommand());
     QFile file(TempFile());
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))

@@ -11,6 +11,9 @@
 #include <cstdio>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 // Copies made by this process; only these may be overwritten by a later preview.
@@ -20,11 +23,27 @@ QSet<QString> &MadeCopies()
     return copies;
 }
 
+bool IsOwnFolder(const QByteArray &path)
+{
+    struct stat st;
+    return ::lstat(path.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid();
+}
+
+// Empty when no folder of our own can be had under the name.
 QString PrivateFolder()
 {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
                            "/CorvaneVideoPreview-" + QString::number(QCoreApplication::applicationPid());
-    QDir().mkpath(folder);
+    // The temporary folder is shared and the name easy to guess: a link or a folder that someone
+    // else planted under it must not receive the copy. mkdir never follows a link; one in the way is
+    // removed (the link itself) and the folder made again.
+    const QByteArray name = QFile::encodeName(folder);
+    if (::mkdir(name.constData(), 0700) != 0 && !IsOwnFolder(name)) {
+        ::unlink(name.constData());
+        ::mkdir(name.constData(), 0700);
+    }
+    if (!IsOwnFolder(name))
+        return QString();
     QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return folder;
 }
@@ -62,8 +81,12 @@ QString MakePreviewCopy(const QString &path)
 {
     QString copy = PreviewCopyName(path);
     const QFileInfo existing(copy);
-    if ((existing.exists() || existing.isSymLink()) && !MadeCopies().contains(copy))
-        copy = PrivateFolder() + "/ " + QFileInfo(path).fileName();
+    if ((existing.exists() || existing.isSymLink()) && !MadeCopies().contains(copy)) {
+        const QString folder = PrivateFolder();
+        if (folder.isEmpty())
+            return QString(); // never the user's own file: it would be removed after the preview
+        copy = folder + "/ " + QFileInfo(path).fileName();
+    }
     MadeCopies().insert(copy);
     CopyInBlocks(path, copy);
     return copy;
