@@ -3,6 +3,7 @@
 // flush the audio encoder. Diagnostics go to the standard streams only; none reaches the user.
 
 #include "repair/AudioPipeline.h"
+#include "repair/SafeFile.h"
 #include "repair/ThreadVideoRepair.h"
 
 extern "C" {
@@ -11,7 +12,10 @@ extern "C" {
 #include <libavutil/samplefmt.h>
 }
 
+#include <cerrno>
 #include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Pipeline {
 
@@ -79,11 +83,77 @@ void FreeConvertedSamples()
 
 } // namespace
 
+namespace {
+
+constexpr int OutputBufferSize = 1 << 16;
+
+int WriteOutput(void *opaque, uint8_t *data, int size)
+{
+    const int fd = int(reinterpret_cast<intptr_t>(opaque));
+    int done = 0;
+    while (done < size) {
+        const ssize_t n = write(fd, data + done, size_t(size - done));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return AVERROR(errno);
+        }
+        done += int(n);
+    }
+    return size;
+}
+
+int64_t SeekOutput(void *opaque, int64_t offset, int whence)
+{
+    const int fd = int(reinterpret_cast<intptr_t>(opaque));
+    if (whence & AVSEEK_SIZE) {
+        struct stat st;
+        return fstat(fd, &st) == 0 ? int64_t(st.st_size) : AVERROR(errno);
+    }
+    const off_t at = lseek(fd, off_t(offset), whence & ~AVSEEK_FORCE);
+    return at < 0 ? AVERROR(errno) : int64_t(at);
+}
+
+} // namespace
+
+// The muxer writes through our own descriptor rather than opening the name itself, which would
+// follow a link planted in the shared working folder.
+bool OpenOutputIO(const char *path)
+{
+    const int fd = CreateFreshDescriptor(QByteArray(path));
+    if (fd < 0)
+        return false;
+    auto *buffer = static_cast<unsigned char *>(av_malloc(OutputBufferSize));
+    AVIOContext *pb = buffer ? avio_alloc_context(buffer, OutputBufferSize, 1, reinterpret_cast<void *>(intptr_t(fd)),
+                                                  nullptr, WriteOutput, SeekOutput)
+                             : nullptr;
+    if (!pb) {
+        av_free(buffer);
+        close(fd);
+        return false;
+    }
+    output_fmt_ctx->pb = pb;
+    output_fmt_ctx->flags |= AVFMT_FLAG_CUSTOM_IO;
+    return true;
+}
+
+void CloseOutputIO()
+{
+    if (!output_fmt_ctx || !output_fmt_ctx->pb || !(output_fmt_ctx->flags & AVFMT_FLAG_CUSTOM_IO))
+        return;
+    AVIOContext *pb = output_fmt_ctx->pb;
+    avio_flush(pb);
+    const int fd = int(reinterpret_cast<intptr_t>(pb->opaque));
+    av_freep(&pb->buffer);
+    avio_context_free(&pb);
+    output_fmt_ctx->pb = nullptr;
+    close(fd);
+}
+
 void Release()
 {
     if (output_fmt_ctx) {
-        if (output_fmt_ctx->oformat && !(output_fmt_ctx->oformat->flags & AVFMT_NOFILE))
-            avio_closep(&output_fmt_ctx->pb);
+        CloseOutputIO();
         avformat_free_context(output_fmt_ctx);
         output_fmt_ctx = nullptr;
     }
@@ -424,7 +494,7 @@ int ThreadVideoRepair::open_encoder(const char *path)
 
     if (output_format->flags & AVFMT_NOFILE)
         return s;
-    if (avio_open(&output_fmt_ctx->pb, path, AVIO_FLAG_WRITE) < 0) {
+    if (!OpenOutputIO(path)) {
         fprintf(stderr, "Could not open '%s'\n", path);
         return -1;
     }

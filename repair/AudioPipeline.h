@@ -63,6 +63,12 @@ extern int64_t videoFrameNumber;           // pts of the next converted picture,
 extern int64_t lastAudioPts;               // pts of the last audio packet written, in audio_st's time base
 extern SwsContext *img_convert_ctx_in;
 
+// Opens the output file for the muxer through a descriptor of our own (see repair/SafeFile.h);
+// false when it cannot be made.
+bool OpenOutputIO(const char *path);
+// Flushes and closes the output file, if one is open.
+void CloseOutputIO();
+
 // Releases every object of the current file and clears the per-file state. m_WriteFrame and
 // audioFrameCount are process-wide and survive.
 void Release();

@@ -5,6 +5,7 @@
 
 #include "repair/AudioPipeline.h"
 #include "repair/RepairContext.h"
+#include "repair/SafeFile.h"
 #include "repair/ThreadVideoRepair.h"
 
 extern "C" {
@@ -112,16 +113,15 @@ void ThreadVideoRepair::ReRepairFiles(QStringList files)
                 if (m_WriteFrame)
                     av_write_trailer(output_fmt_ctx);
                 // The output must be complete on disk before it is copied.
-                if (!(output_fmt_ctx->oformat->flags & AVFMT_NOFILE))
-                    avio_closep(&output_fmt_ctx->pb);
-                pHandle = fopen(outputName.constData(), "rb+");
+                Pipeline::CloseOutputIO();
+                pHandle = OpenExistingNoFollow(outputName);
             }
         }
 
         if (pHandle) {
             if (bStopFlag)
                 return; // the output stays beside the working copy; released by the next pass
-            FILE *stage = fopen(QFile::encodeName(staging).constData(), "w+");
+            FILE *stage = CreateFresh(QFile::encodeName(staging));
             if (stage) {
                 const bool complete = CopyToStaging(output, stage);
                 fclose(stage);

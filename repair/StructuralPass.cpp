@@ -3,6 +3,7 @@
 // branches deliberately leave the position somewhere other than on the next box's type field.
 
 #include "repair/RepairContext.h"
+#include "repair/SafeFile.h"
 #include "repair/ScanGuard.h"
 #include "repair/ThreadVideoRepair.h"
 
@@ -37,6 +38,13 @@ bool IsStssVideoTrigger(quint32 word)
 
 void ThreadVideoRepair::RepairFiles(QStringList files)
 {
+    // A stop inside an earlier run's re-encoding pass may have left its output open in pHandle;
+    // opening the first working copy over it would lose the stream and its descriptor.
+    if (pHandle) {
+        fclose(pHandle);
+        pHandle = nullptr;
+    }
+
     const int n = files.size();
     Q_EMIT OverAllMaxProgress(static_cast<unsigned long>(n));
 
@@ -49,7 +57,7 @@ void ThreadVideoRepair::RepairFiles(QStringList files)
         Q_EMIT MaxProgress(static_cast<unsigned long>(size));
 
         dwOffset = 0;
-        pHandle = fopen(QFile::encodeName(path).constData(), "rb+");
+        pHandle = OpenExistingNoFollow(QFile::encodeName(path));
         if (pHandle) {
             unsigned char firstEight[8] = {0};
             (void)fread(firstEight, 1, sizeof firstEight, pHandle);

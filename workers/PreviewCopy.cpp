@@ -1,5 +1,7 @@
 #include "workers/PreviewCopy.h"
 
+#include "repair/SafeFile.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -54,7 +56,8 @@ void CopyInBlocks(const QString &from, const QString &to)
     FILE *in = fopen(QFile::encodeName(from).constData(), "rb");
     if (!in)
         return;
-    FILE *out = fopen(QFile::encodeName(to).constData(), "w+");
+    // The copy may sit in the shared working folder: never write through a link planted at its name.
+    FILE *out = CreateFresh(QFile::encodeName(to));
     if (out) {
         std::vector<char> block;
         for (;;) {

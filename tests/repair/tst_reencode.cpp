@@ -222,6 +222,32 @@ private Q_SLOTS:
         QVERIFY(w.UnsupportedList().isEmpty());
     }
 
+    // Names in the shared working folder may be links planted by someone else: the repair writes
+    // only its own files and never through a link.
+    void plantedLinksAreNotFollowed()
+    {
+        const QString in = Fresh("links");
+        QVERIFY(Fixtures::Make(in + "/a.mp4", MakeClip("libx264", "aac")));
+        QVERIFY(Fixtures::Make(in + "/b.mp4", MakeClip("libx264", "aac")));
+        const QString temp = Fresh("links-work");
+        const QString victim = m_dir.filePath("victim");
+        QFile v(victim);
+        QVERIFY(v.open(QIODevice::WriteOnly));
+        v.write("untouched");
+        v.close();
+        // a.mp4 itself is a link, so its copy fails and the pass must not write through it; b.mp4's
+        // intermediate files are links.
+        QVERIFY(QFile::link(victim, temp + "/a.mp4"));
+        QVERIFY(QFile::link(victim, temp + "/000b.mp4"));
+        QVERIFY(QFile::link(victim, temp + "/00b.mp4"));
+
+        Repair({in + "/a.mp4", in + "/b.mp4"}, temp);
+        QVERIFY(v.open(QIODevice::ReadOnly));
+        QCOMPARE(v.readAll(), QByteArray("untouched"));
+        QVERIFY(Fixtures::DecodeErrors(temp + "/b.mp4").isEmpty());
+        QVERIFY(!QFileInfo(temp + "/b.mp4").isSymLink());
+    }
+
     void stopInPacketLoopOfSecond()
     {
         const QString in = Fresh("stop");
