@@ -3,13 +3,12 @@
 #include "pages/repair/FileDialog.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
-#include "workers/PreviewCopy.h"
+#include "pages/repair/PagePreview.h"
 #include "pages/repair/RepairResults.h"
 #include "pages/save/VideoSavingWindow.h"
 #include "app/AppGlobals.h"
 #include "app/MainWindow.h"
 #include "app/BrowserRoutes.h"
-#include "previewer/NativeBridge.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "ui_VideoRepairWin.h"
@@ -90,8 +89,6 @@ VideoRepairWindow::VideoRepairWindow(QWidget *parent) : QWidget(parent), ui(new 
     connect(&m_worker, &ThreadVideoRepair::ProgressValue, this, &VideoRepairWindow::OnProgressValue);
     connect(&m_worker, &ThreadVideoRepair::ProcessAborted, this, &VideoRepairWindow::OnProcessAborted);
 
-    m_quickLookTimer.setInterval(40);
-    connect(&m_quickLookTimer, &QTimer::timeout, this, &VideoRepairWindow::OnQuickLookSlot);
 
     if (const QScreen *screen = QGuiApplication::primaryScreen())
         move(MainWindow::CentredPosition(screen->virtualGeometry().size(), size()));
@@ -670,7 +667,7 @@ void VideoRepairWindow::closeEvent(QCloseEvent *event)
         return;
     }
     RunShell("rm -R " + ShellQuote(TempFolder()));
-    CleanPreviews();
+    PagePreview::CleanPreviews();
     event->accept();
     CloseSuccess = true;
 }
@@ -680,20 +677,6 @@ void VideoRepairWindow::closeEvent(QCloseEvent *event)
 void VideoRepairWindow::GetQuickLookProcessID()
 {
     lstProcessID = ProbePreviewProcessIds();
-}
-
-void VideoRepairWindow::CleanPreviews()
-{
-    for (const QString &path : lstRunningFilePath) {
-        const QFileInfo info(path);
-        if (info.exists() && info.isFile())
-            RunShell("rm " + ShellQuote(path));
-    }
-    GetQuickLookProcessID();
-    for (unsigned int id : lstProcessID) {
-        nRunningID = id;
-        KillPreviewProcess(id);
-    }
 }
 
 void VideoRepairWindow::OnPreviewMovFile()
@@ -718,50 +701,14 @@ void VideoRepairWindow::OnDoubleClicked(QTreeWidgetItem *item, int)
 
 void VideoRepairWindow::Preview(QTreeWidgetItem *row, const QString &f4vTitle)
 {
-    const int version = PreviewRouteVersion();
-    if (version == 6)
+    if (!m_previewer.Begin() || !row)
         return;
-    if (version > 8) {
-        CleanPreviews();
-        // The earlier preview thread may still be ending; it must have ended before it can start
-        // again, or this preview would never open.
-        m_preview.StopPreviewer();
-    }
-    bQuickLookClose = false;
-    if (!row)
-        return;
-
-    const QString path = row->text(MyRightTreeWidgetItem::TemporaryPath);
-    if (path.endsWith(".f4v", Qt::CaseInsensitive)) {
-        QMessageBox box(QMessageBox::Information, f4vTitle, tr("\nPreview not supported for this file type."),
-                        QMessageBox::Ok);
-        box.exec();
-        return;
-    }
-
-    const QString copy = MakePreviewCopy(path);
-    if (version == 8) {
-        strFileForPreview = copy;
-        if (!strFileForPreview.isEmpty())
-            SetWindowLevel(0, nArgc, cArgv);
-        m_quickLookTimer.start();
-    } else if (version == 7) {
-        CallSelectedItems(copy);
-        m_quickLookTimer.start();
-    } else {
-        lstRunningFilePath.clear();
-        lstRunningFilePath << copy;
-        m_preview.SetInitialSettings(strPreviewerPath, copy);
-        m_preview.start();
-    }
+    m_previewer.Show(row->text(MyRightTreeWidgetItem::TemporaryPath), f4vTitle);
 }
 
 void VideoRepairWindow::OnQuickLookSlot()
 {
-    if (!bQuickLookClose)
-        return;
-    m_quickLookTimer.stop();
-    activateWindow();
+    m_previewer.OnQuickLookSlot();
 }
 
 void VideoRepairWindow::keyPressEvent(QKeyEvent *event)

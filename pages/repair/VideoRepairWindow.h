@@ -1,7 +1,7 @@
 #pragma once
 
+#include "pages/repair/PagePreview.h"
 #include "repair/ThreadVideoRepair.h"
-#include "workers/ThreadPreview.h"
 
 #include <QStringList>
 #include <QTimer>
@@ -87,7 +87,6 @@ private:
     void SetRunningControls(bool running);
     QString GetTempLocation();
     void Preview(QTreeWidgetItem *row, const QString &f4vTitle);
-    void CleanPreviews();
     void StoreGeometry();
 
     std::unique_ptr<Ui::VideoRepairWin> ui;
@@ -95,9 +94,8 @@ private:
     MyRightTreeWidgetItem *m_root = nullptr;
     quint32 m_nextFileId = 2;
     ThreadVideoRepair m_worker;
-    ThreadPreview m_preview;
+    PagePreview m_previewer{this};
     QTimer *m_fadeTimer = nullptr;
     float m_opacity = 0;
-    QTimer m_quickLookTimer;
     VideoSavingWindow *m_savingWindow = nullptr;
 };

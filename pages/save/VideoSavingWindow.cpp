@@ -9,12 +9,10 @@
 #include "pages/save/LogReportDlg.h"
 #include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
-#include "previewer/NativeBridge.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "repair/ProcessFlags.h"
 #include "ui_VideoSavingWin.h"
-#include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
 #include <QCloseEvent>
@@ -125,8 +123,6 @@ void VideoSavingWindow::OnInit()
     connect(&m_saving, &ThreadVideoSaving::SavingFinish, this, &VideoSavingWindow::OnSavingFinish);
     connect(ui->LogReport, &QPushButton::clicked, this, &VideoSavingWindow::OnErrorList);
 
-    m_quickLookTimer.setInterval(40);
-    connect(&m_quickLookTimer, &QTimer::timeout, this, &VideoSavingWindow::OnQuickLookSlot);
 
     m_sourceTree->setColumnCount(ColumnCount);
     MyTreeWidget *t = m_tree;
@@ -548,7 +544,7 @@ void VideoSavingWindow::closeEvent(QCloseEvent *event)
         return;
     }
     RunShell("rm -R " + ShellQuote("/var/tmp/.CorvaneVideoRepairTemp"));
-    CleanPreviews();
+    PagePreview::CleanPreviews();
     event->accept();
     CloseSuccess = true;
 }
@@ -565,20 +561,6 @@ void VideoSavingWindow::OpenHelp()
 void VideoSavingWindow::GetQuickLookProcessID()
 {
     lstProcessID = ProbePreviewProcessIds();
-}
-
-void VideoSavingWindow::CleanPreviews()
-{
-    for (const QString &path : qAsConst(lstRunningFilePath)) {
-        const QFileInfo info(path);
-        if (info.exists() && info.isFile())
-            RunShell("rm " + ShellQuote(path));
-    }
-    GetQuickLookProcessID();
-    for (unsigned int id : qAsConst(lstProcessID)) {
-        nRunningID = id;
-        KillPreviewProcess(id);
-    }
 }
 
 void VideoSavingWindow::OnPreviewMovFile()
@@ -603,54 +585,18 @@ void VideoSavingWindow::OnDoubleClicked(QTreeWidgetItem *item, int)
 
 void VideoSavingWindow::Preview(QTreeWidgetItem *row, const QString &f4vTitle)
 {
-    const int version = PreviewRouteVersion();
-    if (version == 6)
+    if (!m_previewer.Begin() || !row)
         return;
-    if (version > 8) {
-        CleanPreviews();
-        // The earlier preview thread may still be ending; it must have ended before it can start
-        // again, or this preview would never open.
-        m_preview.StopPreviewer();
-    }
-    bQuickLookClose = false;
-    if (!row)
-        return;
-
     if (mY_unsupportedList.contains(row->text(Col::Name))) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle),
                         tr("Preview not available due to severe corruption."), QMessageBox::Ok);
         box.exec();
         return;
     }
-    const QString path = row->text(Col::TemporaryPath);
-    if (path.endsWith(".f4v", Qt::CaseInsensitive)) {
-        QMessageBox box(QMessageBox::Information, f4vTitle, tr("\nPreview not supported for this file type."),
-                        QMessageBox::Ok);
-        box.exec();
-        return;
-    }
-
-    const QString copy = MakePreviewCopy(path);
-    if (version == 8) {
-        strFileForPreview = copy;
-        if (!strFileForPreview.isEmpty())
-            SetWindowLevel(0, nArgc, cArgv);
-        m_quickLookTimer.start();
-    } else if (version == 7) {
-        CallSelectedItems(copy);
-        m_quickLookTimer.start();
-    } else {
-        lstRunningFilePath.clear();
-        lstRunningFilePath << copy;
-        m_preview.SetInitialSettings(strPreviewerPath, copy);
-        m_preview.start();
-    }
+    m_previewer.Show(row->text(Col::TemporaryPath), f4vTitle);
 }
 
 void VideoSavingWindow::OnQuickLookSlot()
 {
-    if (!bQuickLookClose)
-        return;
-    m_quickLookTimer.stop();
-    activateWindow();
+    m_previewer.OnQuickLookSlot();
 }

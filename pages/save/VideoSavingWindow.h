@@ -1,6 +1,6 @@
 #pragma once
 
-#include "workers/ThreadPreview.h"
+#include "pages/repair/PagePreview.h"
 #include "workers/ThreadVideoSaving.h"
 
 #include <QString>
@@ -74,10 +74,9 @@ private:
     void CreatNewTreeItem();
     void SetProgressVisible(bool saving);
     void Preview(QTreeWidgetItem *row, const QString &f4vTitle);
-    void CleanPreviews();
     void StoreGeometry();
 
-    ThreadPreview m_preview;
+    PagePreview m_previewer{this};
     ThreadVideoSaving m_saving;
     std::unique_ptr<Ui::VideoSavingWin> ui;
     MyTreeWidget *m_sourceTree = nullptr;
@@ -87,5 +86,4 @@ private:
     QString m_destination;
     QTimer *m_fadeTimer = nullptr;
     float m_opacity = 0;
-    QTimer m_quickLookTimer;
 };
