@@ -1,271 +1,178 @@
-// The start page offscreen: closing, placing, fading, the hand-over to the repair page and back,
-// preferences and About, and where each help and support entry sends its page.
+// The start page offscreen: closing, placing, fading, the hand-over to the repair page and back, and
+// where each help and support entry sends its page.
 #include "app/AppGlobals.h"
 #include "app/BrowserRoutes.h"
 #include "app/MainWindow.h"
-#include "app/MyButton.h"
-#include "dialogs/GeneralPreference.h"
 #include "pages/repair/VideoRepairWindow.h"
 #include "probes/ShellProbes.h"
 #include "repair/ProcessFlags.h"
 
 #include "ModalAnswerer.h"
 
-#include <QMenu>
-#include <QMenuBar>
-#include <QMovie>
 #include <QtTest>
 
 Q_DECLARE_METATYPE(QMessageBox::StandardButton)
 
-class TestMainWindow : public QObject
-{
-    Q_OBJECT
-
-private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
-
-    void closeQuestion_data();
-    void closeQuestion();
-    void centring_data();
-    void centring();
-    void fadeIn();
-    void startPage();
-    void geometrySharedWithRepairPage();
-    void maximisedStaysUntilBack();
-    void preferencesRefusedWhileRunning();
-    void browserRoutes_data();
-    void browserRoutes();
-
-private:
-    QList<BrowserLaunch> m_launches;
-};
-
 namespace
 {
-const QString Question = "Do you want to close Corvane Aldrake Video Repair? ";
-const QString Title = "Corvane Aldrake Video Repair";
-
 QSettings Store()
 {
     return QSettings("Corvane", "CorvaneVideoGeometrySettings");
 }
 } // namespace
 
-void TestMainWindow::initTestCase()
+class TestMainWindow : public QObject
 {
-    QStandardPaths::setTestModeEnabled(true); // the geometry store of the tests, not the user's
-    strPlistPath = CORVANE_SOURCE_DIR "/resources/CorvaneAldrakeVideoRepair.plist";
-    HelpFilePath = "/opt/Corvane Apps/Resources";
-    SetBrowserLauncher([this](const BrowserLaunch &launch) { m_launches << launch; });
-}
+    Q_OBJECT
 
-void TestMainWindow::init()
-{
-    CloseSuccess = false;
-    bProcessRunning = false;
-    m_bMax = false;
-    m_launches.clear();
-    Store().clear();
-}
-
-void TestMainWindow::cleanup()
-{
-    bProcessRunning = false;
-    CloseSuccess = true; // windows the test leaves behind close without asking
-}
-
-void TestMainWindow::closeQuestion_data()
-{
-    QTest::addColumn<bool>("running");
-    QTest::addColumn<QMessageBox::StandardButton>("answer");
-    QTest::addColumn<bool>("asked");
-    QTest::addColumn<bool>("closed");
-    QTest::newRow("yes closes") << false << QMessageBox::Yes << true << true;
-    QTest::newRow("no refuses") << false << QMessageBox::No << true << false;
-    QTest::newRow("refused silently while running") << true << QMessageBox::Yes << false << false;
-}
-
-void TestMainWindow::closeQuestion()
-{
-    QFETCH(bool, running);
-    QFETCH(QMessageBox::StandardButton, answer);
-    QFETCH(bool, asked);
-    QFETCH(bool, closed);
-    MainWindow w;
-    w.show();
-    bProcessRunning = running;
+private Q_SLOTS:
+    void initTestCase()
     {
-        ModalAnswerer answerer(answer, asked ? 5000 : 300);
-        QCOMPARE(w.close(), closed);
-        QCOMPARE(answerer.Answered(), asked);
-        if (asked) {
-            QCOMPARE(answerer.Text(), Question);
-            QCOMPARE(answerer.Title(), Title);
-            QCOMPARE(answerer.Icon(), QMessageBox::Warning);
+        QStandardPaths::setTestModeEnabled(true); // the geometry store of the tests, not the user's
+        strPlistPath = CORVANE_SOURCE_DIR "/resources/CorvaneAldrakeVideoRepair.plist";
+        HelpFilePath = "/opt/Corvane Apps/Resources";
+        SetBrowserLauncher([this](const BrowserLaunch &launch) { m_launches << launch; });
+    }
+
+    void init()
+    {
+        CloseSuccess = false;
+        bProcessRunning = false;
+        m_bMax = false;
+        m_launches.clear();
+        Store().clear();
+    }
+
+    void cleanup()
+    {
+        bProcessRunning = false;
+        CloseSuccess = true; // windows the test leaves behind close without asking
+    }
+
+    void closeQuestion_data()
+    {
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<QMessageBox::StandardButton>("answer");
+        QTest::addColumn<bool>("asked");
+        QTest::addColumn<bool>("closed");
+        QTest::newRow("yes closes") << false << QMessageBox::Yes << true << true;
+        QTest::newRow("no refuses") << false << QMessageBox::No << true << false;
+        QTest::newRow("refused silently while running") << true << QMessageBox::Yes << false << false;
+    }
+
+    void closeQuestion()
+    {
+        QFETCH(bool, running);
+        QFETCH(QMessageBox::StandardButton, answer);
+        QFETCH(bool, asked);
+        QFETCH(bool, closed);
+        MainWindow w;
+        w.show();
+        bProcessRunning = running;
+        {
+            ModalAnswerer answerer(answer, asked ? 5000 : 300);
+            QCOMPARE(w.close(), closed);
+            QCOMPARE(answerer.Answered(), asked);
+            if (asked)
+                QCOMPARE(answerer.Text(), QString("Do you want to close Corvane Aldrake Video Repair? "));
+        }
+        QCOMPARE(CloseSuccess, asked);
+        if (!closed) {
+            // After a No the next close goes through without a question; while running it stays refused.
+            ModalAnswerer answerer(QMessageBox::No, 300);
+            QCOMPARE(w.close(), !running);
+            QVERIFY(!answerer.Answered());
         }
     }
-    QCOMPARE(CloseSuccess, asked);
-    if (!closed) {
-        // After a No the next close goes through without a question; while running it stays refused.
-        ModalAnswerer answerer(QMessageBox::No, 300);
-        QCOMPARE(w.close(), !running);
-        QVERIFY(!answerer.Answered());
+
+    void centring() // odd sizes round down, and a desktop smaller than the window goes negative
+    {
+        QCOMPARE(MainWindow::CentredPosition(QSize(1281, 801), QSize(802, 526)), QPoint(239, 87));
+        QCOMPARE(MainWindow::CentredPosition(QSize(640, 480), QSize(803, 527)), QPoint(-81, -73));
     }
-}
 
-void TestMainWindow::centring_data()
-{
-    QTest::addColumn<QSize>("desktop");
-    QTest::addColumn<QSize>("window");
-    QTest::addColumn<QPoint>("position");
-    QTest::newRow("1280x800") << QSize(1280, 800) << QSize(802, 525) << QPoint(239, 87);
-    QTest::newRow("odd sizes") << QSize(1281, 801) << QSize(802, 526) << QPoint(239, 87);
-    QTest::newRow("desktop smaller") << QSize(640, 480) << QSize(802, 525) << QPoint(-81, -72);
-    QTest::newRow("odd negative") << QSize(640, 480) << QSize(803, 527) << QPoint(-81, -73);
-}
-
-void TestMainWindow::centring()
-{
-    QFETCH(QSize, desktop);
-    QFETCH(QSize, window);
-    QFETCH(QPoint, position);
-    QCOMPARE(MainWindow::CentredPosition(desktop, window), position);
-}
-
-void TestMainWindow::fadeIn()
-{
-    MainWindow w;
-    w.show();
-    for (int round = 0; round < 2; ++round) { // also on a return from the repair page
-        w.OnInitialize();
-        QCOMPARE(w.windowOpacity(), 0.0);
-        QVERIFY(w.Fading());
-        QTRY_COMPARE_WITH_TIMEOUT(w.windowOpacity(), 1.0, 3000);
-        QVERIFY(!w.Fading());
-        QTest::qWait(120);
-        QCOMPARE(w.windowOpacity(), 1.0);
+    void fadeIn()
+    {
+        MainWindow w;
+        w.show();
+        for (int round = 0; round < 2; ++round) { // also on a return from the repair page
+            w.OnInitialize();
+            QCOMPARE(w.windowOpacity(), 0.0);
+            QTRY_COMPARE_WITH_TIMEOUT(w.windowOpacity(), 1.0, 3000);
+            QVERIFY(!w.Fading());
+        }
     }
-}
 
-void TestMainWindow::startPage()
-{
-    MainWindow w;
-    QVERIFY(w.LinkLabel->text().contains("href=\"https://www.corvane.example/video-repair/\""));
-    QVERIFY(w.RepairButton()->Movie()->frameCount() > 1);
-    QCOMPARE(w.RepairButton()->Movie()->state(), QMovie::Running);
-    QCOMPARE(w.RepairButton()->size(), QSize(600, 109)); // not shrunk to its empty text
-}
+    void geometrySharedWithRepairPage()
+    {
+        MainWindow w;
+        w.show();
+        const QRect first(40, 60, 1000, 700);
+        w.setGeometry(first);
 
-void TestMainWindow::geometrySharedWithRepairPage()
-{
-    MainWindow w;
-    w.show();
-    const QRect first(40, 60, 1000, 700);
-    w.setGeometry(first);
+        w.OnRepairVideoFile();
+        VideoRepairWindow *page = w.RepairPage();
+        QVERIFY(!w.isVisible() && page->isVisible());
+        QCOMPARE(page->geometry(), first); // opens where the start page was
 
-    QTest::mouseClick(w.RepairButton(), Qt::LeftButton);
-    VideoRepairWindow *page = w.RepairPage();
-    QVERIFY(!w.isVisible());
-    QVERIFY(page->isVisible());
-    QCOMPARE(page->geometry(), first); // opens where the start page was
+        // The page is left somewhere else; the start page reopens there.
+        const QRect second(90, 30, 1100, 720);
+        page->setGeometry(second);
+        Store().setValue("geometry", page->saveGeometry());
+        page->hide();
+        Q_EMIT page->OnBack(false);
+        QVERIFY(w.isVisible());
+        QCOMPARE(w.geometry(), second);
+    }
 
-    // The page is left somewhere else; the start page reopens there.
-    const QRect second(90, 30, 1100, 720);
-    page->setGeometry(second);
-    Store().setValue("geometry", page->saveGeometry());
-    page->hide();
-    Q_EMIT page->OnBack(false);
-    QVERIFY(w.isVisible());
-    QCOMPARE(w.geometry(), second);
-    QVERIFY(w.Fading());
-}
+    void browserRoutes_data()
+    {
+        QTest::addColumn<QString>("entry");
+        QTest::addColumn<QString>("browser");
+        QTest::addColumn<bool>("systemHandler");
+        QTest::addColumn<bool>("quoteBrowser");
+        QTest::addColumn<QString>("url");
+        const QString b = "/usr/bin/test-browser";
+        const QString site = "https://www.corvane.example/video-repair/";
+        QTest::newRow("help button: blanks escaped")
+            << "OpenHelp" << b << false << true
+            << "file:///opt/Corvane%20Apps/Resources/help/User_Interface.htm";
+        QTest::newRow("support: browser unquoted")
+            << "OnViewSupport" << b << false << false << "https://support.corvane.example/video-repair/";
+        QTest::newRow("e-mail: always the system")
+            << "OnEmailSupport" << b << true << true << "mailto:support@corvane.example";
+        QTest::newRow("link label") << "link" << b << false << true << site;
 
-void TestMainWindow::maximisedStaysUntilBack()
-{
-    MainWindow w;
-    w.showMaximized();
-    QVERIFY(w.isMaximized());
-    w.OnRepairVideoFile();
-    QVERIFY(m_bMax);
-    QVERIFY(w.RepairPage()->isMaximized());
-    w.RepairPage()->hide();
-    Q_EMIT w.RepairPage()->OnBack(true);
-    QVERIFY(m_bMax);
-    QVERIFY(w.isMaximized());
-    w.hide();
-    Q_EMIT w.RepairPage()->OnBack(false);
-    QVERIFY(!m_bMax);
-}
+        QTest::newRow("no browser: support")
+            << "OnViewSupport" << "" << true << true << "https://support.corvane.example/video-repair/";
+        QTest::newRow("no browser: link label still the browser") << "link" << "" << false << true << site;
+    }
 
-void TestMainWindow::preferencesRefusedWhileRunning()
-{
-    MainWindow w;
-    w.show();
-    bProcessRunning = true;
-    w.OnPreferences();
-    QVERIFY(!w.PreferencePage()->isVisible());
-    bProcessRunning = false;
-    w.OnPreferences();
-    QVERIFY(w.PreferencePage()->isVisible());
-    QVERIFY(w.PreferencePage()->isModal());
-}
+    void browserRoutes()
+    {
+        QFETCH(QString, entry);
+        QFETCH(QString, browser);
+        QFETCH(bool, systemHandler);
+        QFETCH(bool, quoteBrowser);
+        QFETCH(QString, url);
+        MainWindow w;
+        strDefaultBrowser = browser;
+        if (entry == "link")
+            Q_EMIT w.LinkLabel->linkActivated("https://www.corvane.example/video-repair/");
+        else
+            QVERIFY(QMetaObject::invokeMethod(&w, entry.toLatin1().constData()));
+        QCOMPARE(m_launches.size(), 1);
+        const BrowserLaunch launch = m_launches.first();
+        QCOMPARE(launch.systemHandler, systemHandler);
+        QCOMPARE(launch.browser, systemHandler ? QString() : browser);
+        if (!systemHandler)
+            QCOMPARE(launch.quoteBrowser, quoteBrowser);
+        QCOMPARE(launch.url, url);
+    }
 
-void TestMainWindow::browserRoutes_data()
-{
-    QTest::addColumn<QString>("entry");
-    QTest::addColumn<QString>("browser");
-    QTest::addColumn<bool>("systemHandler");
-    QTest::addColumn<bool>("quoteBrowser");
-    QTest::addColumn<QString>("url");
-    const QString b = "/usr/bin/test-browser";
-    const QString help = "file:///opt/Corvane Apps/Resources";
-    const QString enquiry = "https://support.corvane.example/enquiry/?product=video-repair";
-    const QString site = "https://www.corvane.example/video-repair/";
-    QTest::newRow("help topics") << "OpenMainHelp" << b << false << true
-                                 << help + "/help/Corvane_Aldrake_Video_Repair.htm";
-    QTest::newRow("help button: blanks escaped")
-        << "OpenHelp" << b << false << true << "file:///opt/Corvane%20Apps/Resources/help/User_Interface.htm";
-    QTest::newRow("enquiry") << "OnGenerateTicket" << b << false << true << enquiry;
-    QTest::newRow("support: browser unquoted")
-        << "OnViewSupport" << b << false << false << "https://support.corvane.example/video-repair/";
-    QTest::newRow("e-mail: always the system")
-        << "OnEmailSupport" << b << true << true << "mailto:support@corvane.example";
-    QTest::newRow("link label") << "link" << b << false << true << site;
-
-    QTest::newRow("no browser: help button")
-        << "OpenHelp"
-        << "" << true << true << "file:///opt/Corvane%20Apps/Resources/help/User_Interface.htm";
-    QTest::newRow("no browser: support")
-        << "OnViewSupport"
-        << "" << true << true << "https://support.corvane.example/video-repair/";
-    QTest::newRow("no browser: link label still the browser") << "link"
-                                                              << "" << false << true << site;
-}
-
-void TestMainWindow::browserRoutes()
-{
-    QFETCH(QString, entry);
-    QFETCH(QString, browser);
-    QFETCH(bool, systemHandler);
-    QFETCH(bool, quoteBrowser);
-    QFETCH(QString, url);
-    MainWindow w;
-    strDefaultBrowser = browser;
-    if (entry == "link")
-        Q_EMIT w.LinkLabel->linkActivated("https://www.corvane.example/video-repair/");
-    else
-        QVERIFY(QMetaObject::invokeMethod(&w, entry.toLatin1().constData()));
-    QCOMPARE(m_launches.size(), 1);
-    const BrowserLaunch launch = m_launches.first();
-    QCOMPARE(launch.systemHandler, systemHandler);
-    QCOMPARE(launch.browser, systemHandler ? QString() : browser);
-    if (!systemHandler)
-        QCOMPARE(launch.quoteBrowser, quoteBrowser);
-    QCOMPARE(launch.url, url);
-}
+private:
+    QList<BrowserLaunch> m_launches;
+};
 
 QTEST_MAIN(TestMainWindow)
 #include "tst_mainwindow.moc"

@@ -1,6 +1,6 @@
-// The player widget and its decoder on clips made with ffmpeg: opening, drawing with the aspect
-// ratio kept, playing, pausing, seeking to the right picture, the end of a file, files it cannot
-// open, bounded queues, and tearing down at any moment.
+// The player widget and its decoder on clips made with ffmpeg: opening, the aspect ratio, playing,
+// pausing, seeking to the right picture, the end of a file, bad files, bounded queues, the sound
+// clock, and tearing down at any moment.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -20,19 +20,17 @@ namespace
 
 constexpr int kOpenTimeout = 15000;
 
-// Mean difference per colour channel of two pictures of the same size, 0 to 255.
+// Mean difference per colour channel of two pictures, 0 to 255.
 double Difference(const QImage &a, const QImage &b)
 {
     const QImage x = a.convertToFormat(QImage::Format_RGB32);
     const QImage y = b.convertToFormat(QImage::Format_RGB32).scaled(x.size());
     double sum = 0.0;
-    for (int row = 0; row < x.height(); ++row) {
-        const QRgb *p = reinterpret_cast<const QRgb *>(x.constScanLine(row));
-        const QRgb *q = reinterpret_cast<const QRgb *>(y.constScanLine(row));
-        for (int col = 0; col < x.width(); ++col)
-            sum += qAbs(qRed(p[col]) - qRed(q[col])) + qAbs(qGreen(p[col]) - qGreen(q[col])) +
-                   qAbs(qBlue(p[col]) - qBlue(q[col]));
-    }
+    for (int row = 0; row < x.height(); ++row)
+        for (int col = 0; col < x.width(); ++col) {
+            const QRgb p = x.pixel(col, row), q = y.pixel(col, row);
+            sum += qAbs(qRed(p) - qRed(q)) + qAbs(qGreen(p) - qGreen(q)) + qAbs(qBlue(p) - qBlue(q));
+        }
     return sum / (3.0 * x.width() * x.height());
 }
 
@@ -47,10 +45,7 @@ QRect Drawn(const QImage &image)
     return box;
 }
 
-bool Silent(const QByteArray &sound)
-{
-    return sound.count('\0') == sound.size();
-}
+bool Silent(const QByteArray &sound) { return sound.count('\0') == sound.size(); }
 
 int Colours(const QImage &image)
 {
@@ -61,6 +56,20 @@ int Colours(const QImage &image)
     return colours.size();
 }
 
+bool OpenAndWait(PlayerWidget &player, const QString &path, bool play)
+{
+    QSignalSpy opened(&player, &PlayerWidget::opened);
+    player.Open(path, play);
+    return opened.wait(kOpenTimeout) || opened.count() == 1;
+}
+
+bool OpenDecoder(PlayerDecoder &decoder)
+{
+    QSignalSpy opened(&decoder, &PlayerDecoder::Opened);
+    decoder.Start();
+    return (opened.wait(kOpenTimeout) || opened.count() == 1) && opened.at(0).at(2).toBool();
+}
+
 } // namespace
 
 class TstPlayerWidget : public QObject
@@ -68,8 +77,7 @@ class TstPlayerWidget : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QString m_clip;  // 3 s, 320x240 at 25 frames a second, H.264 and AAC, one key frame
-    QString m_short; // 1 s, pictures only
+    QString m_clip; // 3 s, 320x240 at 25 frames a second, H.264 and AAC
 
     QString Path(const QString &name) const { return m_dir.filePath(name); }
 
@@ -77,17 +85,8 @@ class TstPlayerWidget : public QObject
     QImage Reference(double seconds)
     {
         const QString png = Path(QString("ref-%1.png").arg(seconds));
-        if (!QFile::exists(png) &&
-            !Fixtures::Ffmpeg({"-ss", QString::number(seconds), "-i", m_clip, "-frames:v", "1", png}))
-            return {};
+        Fixtures::Ffmpeg({"-ss", QString::number(seconds), "-i", m_clip, "-frames:v", "1", png});
         return QImage(png);
-    }
-
-    static bool OpenAndWait(PlayerWidget &player, const QString &path, bool play)
-    {
-        QSignalSpy opened(&player, &PlayerWidget::opened);
-        player.Open(path, play);
-        return opened.wait(kOpenTimeout) || opened.count() == 1;
     }
 
 private Q_SLOTS:
@@ -98,10 +97,6 @@ private Q_SLOTS:
         Fixtures::Clip clip;
         clip.seconds = 3.0;
         QVERIFY(Fixtures::Make(m_clip, clip));
-        m_short = Path("short.mov");
-        clip.seconds = 1.0;
-        clip.audioCodec.clear();
-        QVERIFY(Fixtures::Make(m_short, clip));
     }
 
     void opens_data()
@@ -109,20 +104,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("video");
         QTest::addColumn<QString>("audio");
-        QTest::addColumn<qint64>("duration");
-
-        QTest::newRow("H.264 and AAC in .mp4") << "a.mp4"
-                                               << "libx264"
-                                               << "aac" << qint64(2000);
-        QTest::newRow("MPEG-4 without sound in .mov") << "b.mov"
-                                                      << "mpeg4"
-                                                      << "" << qint64(2000);
-        QTest::newRow("sound only in .m4a") << "c.m4a"
-                                            << ""
-                                            << "aac" << qint64(2000);
-        QTest::newRow("blank and accents in the name") << "vidéo été .m4v"
-                                                       << "libx264"
-                                                       << "aac" << qint64(2000);
+        QTest::newRow("MPEG-4 without sound, blank and accents in the name") << "vidéo été .mov"
+                                                                             << "mpeg4"
+                                                                             << "";
+        QTest::newRow("sound only in .m4a") << "c.m4a" << "" << "aac";
     }
 
     void opens()
@@ -130,7 +115,6 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QString, video);
         QFETCH(QString, audio);
-        QFETCH(qint64, duration);
         Fixtures::Clip clip;
         clip.videoCodec = video;
         clip.audioCodec = audio;
@@ -139,18 +123,13 @@ private Q_SLOTS:
         PlayerWidget player;
         player.resize(400, 340);
         player.show();
-        QSignalSpy errors(&player, &PlayerWidget::error);
         QVERIFY(OpenAndWait(player, Path(name), false));
-        QCOMPARE(errors.count(), 0);
-        QVERIFY(player.IsOpen());
-        QVERIFY2(qAbs(player.Duration() - duration) <= 100, qPrintable(QString::number(player.Duration())));
-        QCOMPARE(player.Position(), qint64(0));
-        QVERIFY(!player.IsPlaying());
+        QVERIFY(player.IsOpen() && !player.IsPlaying() && player.Message().isEmpty());
+        QVERIFY2(qAbs(player.Duration() - 2000) <= 100, qPrintable(QString::number(player.Duration())));
         if (video.isEmpty()) {
             QTest::qWait(300);
             QCOMPARE(Colours(player.View()->grab().toImage()), 1);
-        } else {
-            // The first picture shows before playing starts.
+        } else { // the first picture shows before playing starts
             QTRY_VERIFY_WITH_TIMEOUT(Colours(player.View()->grab().toImage()) > 8, 5000);
         }
     }
@@ -160,8 +139,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("pixelAspect");
         QTest::addColumn<QSize>("view");
         QTest::addColumn<double>("aspect");
-
-        QTest::newRow("square pixels in a wide view") << 1 << QSize(600, 200) << 4.0 / 3.0;
         QTest::newRow("square pixels in a tall view") << 1 << QSize(200, 500) << 4.0 / 3.0;
         QTest::newRow("pixels twice as wide") << 2 << QSize(500, 500) << 8.0 / 3.0;
     }
@@ -172,11 +149,9 @@ private Q_SLOTS:
         QFETCH(QSize, view);
         QFETCH(double, aspect);
         const QString file = Path(QString("white-%1.mp4").arg(pixelAspect));
-        if (!QFile::exists(file))
-            QVERIFY(Fixtures::Ffmpeg({"-f", "lavfi", "-i", "color=c=white:size=320x240:rate=25:duration=1",
-                                      "-vf", QString("setsar=%1").arg(pixelAspect), "-c:v", "libx264",
-                                      "-pix_fmt", "yuv420p", file}));
-
+        QVERIFY(Fixtures::Ffmpeg({"-f", "lavfi", "-i", "color=c=white:size=320x240:rate=25:duration=1", "-vf",
+                                  QString("setsar=%1").arg(pixelAspect), "-c:v", "libx264", "-pix_fmt",
+                                  "yuv420p", file}));
         PlayerWidget player;
         player.show();
         QVERIFY(OpenAndWait(player, file, false));
@@ -184,130 +159,64 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!player.View()->Frame().isNull(), 5000);
         const QRect drawn = Drawn(player.View()->grab().toImage());
         // Fills the view one way, and is centred the other.
-        QVERIFY2(drawn.width() >= view.width() - 2 || drawn.height() >= view.height() - 2,
-                 qPrintable(QString("%1x%2").arg(drawn.width()).arg(drawn.height())));
+        QVERIFY(drawn.width() >= view.width() - 2 || drawn.height() >= view.height() - 2);
         QVERIFY(qAbs(double(drawn.width()) / drawn.height() - aspect) < 0.05);
-        QVERIFY(qAbs(drawn.center().x() - view.width() / 2) <= 2);
-        QVERIFY(qAbs(drawn.center().y() - view.height() / 2) <= 2);
+        QVERIFY((drawn.center() - QPoint(view.width() / 2, view.height() / 2)).manhattanLength() <= 4);
     }
 
-    void playsAndPausesWithSpace()
+    // One session: Space plays and pauses, a paused seek shows the right picture, playing resumes
+    // from there, seeks while playing are clamped, and the end stops the player.
+    void playsPausesSeeksAndEnds()
     {
+        const QImage at052 = Reference(0.52), at048 = Reference(0.48), at200 = Reference(2.0);
+        QVERIFY(!at052.isNull() && !at048.isNull() && !at200.isNull());
         PlayerWidget player;
         player.show();
+        QSignalSpy playing(&player, &PlayerWidget::playingChanged);
+        QSignalSpy finished(&player, &PlayerWidget::finished);
         QVERIFY(OpenAndWait(player, m_clip, false));
         QTRY_VERIFY_WITH_TIMEOUT(!player.View()->Frame().isNull(), 5000);
         const QImage first = player.View()->Frame();
 
-        QSignalSpy playing(&player, &PlayerWidget::playingChanged);
         QTest::keyClick(&player, Qt::Key_Space);
-        QVERIFY(player.IsPlaying());
         QTRY_VERIFY_WITH_TIMEOUT(player.Position() > 600, 5000);
         QVERIFY(Difference(player.View()->Frame(), first) > 1.0);
-
         QTest::keyClick(&player, Qt::Key_Space);
-        QVERIFY(!player.IsPlaying());
         const qint64 paused = player.Position();
         const QImage shown = player.View()->Frame();
         QTest::qWait(400);
-        QCOMPARE(player.Position(), paused);
-        QCOMPARE(player.View()->Frame(), shown);
+        QVERIFY(!player.IsPlaying() && player.Position() == paused && player.View()->Frame() == shown);
         QCOMPARE(playing.count(), 2);
 
+        // Targets fall inside a picture's 40 ms, backward then forward.
+        player.Seek(530);
+        QTRY_VERIFY_WITH_TIMEOUT(Difference(player.View()->Frame(), at052) < 3.0, 5000);
+        QVERIFY(Difference(player.View()->Frame(), at048) > Difference(player.View()->Frame(), at052));
+        player.Seek(2010);
+        QTRY_VERIFY_WITH_TIMEOUT(Difference(player.View()->Frame(), at200) < 3.0, 5000);
+        QCOMPARE(player.Position(), qint64(2010));
+
+        player.Seek(100);
         player.Play();
-        QTRY_VERIFY_WITH_TIMEOUT(player.Position() > paused + 200, 5000);
-        // Resumed from where it stopped, not from the start or further on.
-        QVERIFY(player.Position() < paused + 1500);
-    }
-
-    void seeksToThePicture_data()
-    {
-        QTest::addColumn<qint64>("before");
-        QTest::addColumn<qint64>("target");
-        QTest::addColumn<double>("picture");
-        QTest::addColumn<double>("neighbour");
-
-        // Targets fall inside a picture's 40 ms; `picture` is the one showing then.
-        QTest::newRow("forward") << qint64(0) << qint64(2010) << 2.0 << 1.96;
-        QTest::newRow("backward") << qint64(2500) << qint64(530) << 0.52 << 0.48;
-        QTest::newRow("the start again") << qint64(1500) << qint64(0) << 0.0 << 0.04;
-    }
-
-    void seeksToThePicture()
-    {
-        QFETCH(qint64, before);
-        QFETCH(qint64, target);
-        QFETCH(double, picture);
-        QFETCH(double, neighbour);
-        const QImage expected = Reference(picture);
-        const QImage other = Reference(neighbour);
-        QVERIFY(!expected.isNull() && !other.isNull());
-
-        PlayerWidget player;
-        player.show();
-        QVERIFY(OpenAndWait(player, m_clip, false));
-        if (before > 0)
-            player.Seek(before);
-        QTRY_VERIFY_WITH_TIMEOUT(!player.View()->Frame().isNull(), 5000);
-        player.Seek(target);
-        QCOMPARE(player.Position(), target);
-        QTRY_VERIFY_WITH_TIMEOUT(Difference(player.View()->Frame(), expected) < 3.0, 5000);
-        QVERIFY(Difference(player.View()->Frame(), other) > Difference(player.View()->Frame(), expected));
-        QCOMPARE(player.Position(), target);
-    }
-
-    void seeksWhilePlaying_data()
-    {
-        QTest::addColumn<qint64>("target");
-        QTest::addColumn<qint64>("expected");
-
-        QTest::newRow("forward") << qint64(2000) << qint64(2000);
-        QTest::newRow("backward") << qint64(100) << qint64(100);
-        QTest::newRow("past the end") << qint64(60000) << qint64(3000);
-        QTest::newRow("before the start") << qint64(-5000) << qint64(0);
-    }
-
-    void seeksWhilePlaying()
-    {
-        QFETCH(qint64, target);
-        QFETCH(qint64, expected);
-        PlayerWidget player;
-        player.show();
-        QVERIFY(OpenAndWait(player, m_clip, true));
-        QTRY_VERIFY_WITH_TIMEOUT(player.Position() > 800, 5000);
-        player.Seek(target);
-        QCOMPARE(player.Position(), expected);
-        QTest::qWait(300);
-        QVERIFY2(player.Position() >= expected && player.Position() <= expected + 600,
-                 qPrintable(QString::number(player.Position())));
-    }
-
-    void playsToTheEnd()
-    {
-        PlayerWidget player;
-        player.show();
-        QSignalSpy finished(&player, &PlayerWidget::finished);
-        QVERIFY(OpenAndWait(player, m_short, true));
+        QTRY_VERIFY_WITH_TIMEOUT(player.Position() > 300, 5000);
+        QVERIFY(player.Position() < 1600); // resumed from the seek, not further on
+        player.Seek(-5000);
+        QCOMPARE(player.Position(), qint64(0));
+        player.Seek(60000);
+        QCOMPARE(player.Position(), qint64(3000));
         QVERIFY(finished.wait(5000) || finished.count() == 1);
         QVERIFY(!player.IsPlaying());
         QCOMPARE(player.Position(), player.Duration());
 
-        // Play at the end starts again from the beginning.
-        player.Play();
-        QVERIFY(player.IsPlaying());
-        QVERIFY(player.Position() < 300);
-        QTRY_VERIFY_WITH_TIMEOUT(player.Position() > 300, 5000);
+        player.Play(); // at the end: again from the beginning
+        QVERIFY(player.IsPlaying() && player.Position() < 300);
     }
 
     void refusesFiles_data()
     {
         QTest::addColumn<QByteArray>("bytes"); // "missing" for no file at all
         QTest::addColumn<QString>("reason");
-
         QTest::newRow("missing") << QByteArray("missing") << "No such file or directory";
-        QTest::newRow("empty") << QByteArray() << "Invalid data found when processing input";
-        QTest::newRow("text") << QByteArray("not a film\n").repeated(100)
-                              << "Invalid data found when processing input";
         QTest::newRow("a header and nothing more") << Bytes::Builder().Box(24, "ftyp").Zeros(16).Data()
                                                    << "Invalid data found when processing input";
     }
@@ -319,110 +228,67 @@ private Q_SLOTS:
         const QString file = Path(QString("bad-%1.mov").arg(QTest::currentDataTag()));
         if (bytes != "missing")
             Bytes::WriteFile(file, bytes);
-
         PlayerWidget player;
         player.show();
         QSignalSpy errors(&player, &PlayerWidget::error);
         QSignalSpy opened(&player, &PlayerWidget::opened);
         player.Open(file);
         QVERIFY(errors.wait(kOpenTimeout) || errors.count() == 1);
-        const QString message = "This file cannot be played.\n" + reason;
-        QCOMPARE(errors.at(0).at(0).toString(), message);
-        QCOMPARE(player.Message(), message);
+        QCOMPARE(errors.at(0).at(0).toString(), "This file cannot be played.\n" + reason);
         QCOMPARE(opened.count(), 0);
-        QVERIFY(!player.IsOpen());
         player.Play();
-        QVERIFY(!player.IsPlaying());
-        QCOMPARE(player.Duration(), qint64(0));
+        QVERIFY(!player.IsOpen() && !player.IsPlaying());
     }
 
-    void opensAnotherFileInPlace()
+    // Files opened before the last one answered say nothing; tearing down never waits long.
+    void opensInPlaceAndTearsDown()
     {
-        PlayerWidget player;
-        player.show();
-        QSignalSpy errors(&player, &PlayerWidget::error);
-        player.Open(Path("bad-missing.mov"));
-        player.Open(m_clip); // before the first one has answered
-        QVERIFY(OpenAndWait(player, m_short, true));
-        QTest::qWait(300);
-        // Only the file open now speaks.
-        QCOMPARE(errors.count(), 0);
-        QCOMPARE(player.Duration(), qint64(1000));
-    }
-
-    void tearsDownAtAnyMoment_data()
-    {
-        QTest::addColumn<int>("stage"); // 0 opening, 1 open and paused, 2 playing, 3 playing sought
-
-        QTest::newRow("while opening") << 0;
-        QTest::newRow("paused") << 1;
-        QTest::newRow("playing") << 2;
-        QTest::newRow("just after a seek") << 3;
-    }
-
-    void tearsDownAtAnyMoment()
-    {
-        QFETCH(int, stage);
         auto player = std::make_unique<PlayerWidget>();
         player->show();
-        if (stage == 0) {
-            player->Open(m_clip);
-        } else {
-            QVERIFY(OpenAndWait(*player, m_clip, stage >= 2));
-            QTest::qWait(200);
-            if (stage == 3)
-                player->Seek(2500);
-        }
+        QSignalSpy errors(player.get(), &PlayerWidget::error);
+        player->Open(Path("bad-missing.mov"));
+        player->Open(Path("c.m4a"));
+        QVERIFY(OpenAndWait(*player, m_clip, true));
+        QTest::qWait(300);
+        QCOMPARE(errors.count(), 0);
+        QCOMPARE(player->Duration(), qint64(3000));
+        player->Seek(2500);
         QElapsedTimer timer;
         timer.start();
         player.reset();
         QVERIFY(timer.elapsed() < 2000);
-        // Nothing the decoder left behind reaches a destroyed widget.
-        QTest::qWait(100);
+
+        player = std::make_unique<PlayerWidget>();
+        player->Open(m_clip);
+        player.reset(); // while opening
+        QTest::qWait(100); // nothing the decoders left behind reaches a destroyed widget
     }
 
+    // Nobody takes anything: the decoder rests instead of reading the whole file. After a seek
+    // both queues start at the target.
     void decoderQueuesStayBounded()
     {
-        const QString file = Path("long.mp4");
-        Fixtures::Clip clip;
-        clip.seconds = 30.0;
-        clip.extra = QStringList{"-preset", "ultrafast"};
-        QVERIFY(Fixtures::Make(file, clip));
-
-        // Nobody takes anything: the decoder must rest instead of reading the whole file.
-        PlayerDecoder decoder(file, 48000, 2);
-        QSignalSpy opened(&decoder, &PlayerDecoder::Opened);
-        decoder.Start();
-        QVERIFY(opened.wait(kOpenTimeout) || opened.count() == 1);
-        QCOMPARE(opened.at(0).at(2).toBool(), true);
+        PlayerDecoder decoder(m_clip, 48000, 2);
+        QVERIFY(OpenDecoder(decoder));
         QTest::qWait(1000);
-        QVERIFY(decoder.QueuedVideoFrames() <= 32);
-        QVERIFY(decoder.QueuedAudioBytes() <= 4 * 48000 * 4);
+        QVERIFY(decoder.QueuedVideoFrames() <= 32); // of 75
         QVERIFY(!decoder.Drained());
 
-        // After a seek both queues start at the target: the picture showing then, and sound from
-        // no earlier than one block before it.
-        decoder.Seek(20.0);
+        decoder.Seek(2.0);
         double pts = -1.0;
         QTRY_VERIFY_WITH_TIMEOUT(decoder.PeekVideo(&pts), 5000);
-        QVERIFY2(pts > 19.95 && pts <= 20.0, qPrintable(QString::number(pts)));
+        QVERIFY2(pts > 1.95 && pts <= 2.0, qPrintable(QString::number(pts)));
         QByteArray sound(4096, '\0');
         QTRY_VERIFY_WITH_TIMEOUT(decoder.QueuedAudioBytes() > 0, 5000);
         QCOMPARE(decoder.ReadAudio(sound.data(), sound.size(), &pts, 0.0), qint64(sound.size()));
-        QVERIFY2(pts > 19.95 && pts <= 20.0, qPrintable(QString::number(pts)));
-        // The sound is the 440 Hz tone, not silence.
-        const qint16 *samples = reinterpret_cast<const qint16 *>(sound.constData());
-        int loud = 0;
-        for (int i = 0; i < sound.size() / 2; ++i)
-            loud += qAbs(samples[i]) > 1000;
-        QVERIFY(loud > 100);
+        QVERIFY2(pts > 1.95 && pts <= 2.0, qPrintable(QString::number(pts)));
+        QVERIFY(!Silent(sound));
     }
 
     // The sound clock without a sound device: what the feed hands out and the time it keeps.
     void soundFeedKeepsTime_data()
     {
-        QTest::addColumn<double>("soundStarts"); // where the file's sound starts
-
+        QTest::addColumn<double>("soundStarts");
         QTest::newRow("sound from the start") << 0.0;
         QTest::newRow("sound starting a second late") << 1.0;
     }
@@ -436,12 +302,9 @@ private Q_SLOTS:
                                   "sine=frequency=440:sample_rate=44100:duration=2", "-c:v", "libx264",
                                   "-c:a", "aac", file}));
         PlayerDecoder decoder(file, 48000, 2);
-        QSignalSpy opened(&decoder, &PlayerDecoder::Opened);
-        decoder.Start();
-        QVERIFY(opened.wait(kOpenTimeout) || opened.count() == 1);
+        QVERIFY(OpenDecoder(decoder));
 
-        // Tenths of a second, read one after the other as a device would, while the pictures due
-        // are taken as the player would take them.
+        // Tenths of a second, read as a device would, while the pictures due are taken.
         SoundFeed feed(&decoder, 48000, 2);
         feed.Restart(0.0);
         QByteArray tenth(48000 * 4 / 10, 'x');
@@ -462,7 +325,6 @@ private Q_SLOTS:
         QCOMPARE(silent.first(), soundStarts > 0.0);
         QVERIFY(!silent.last());
         QVERIFY(qAbs(feed.LastSound() - feed.Position()) < 0.03);
-
         // Whole sample frames only, so that left and right never swap.
         QCOMPARE(feed.Read(tenth.data(), 4097), qint64(4096));
 
@@ -470,8 +332,7 @@ private Q_SLOTS:
         decoder.DisableAudio();
         const double before = feed.Position();
         QCOMPARE(feed.Read(tenth.data(), tenth.size()), qint64(tenth.size()));
-        QVERIFY(Silent(tenth));
-        QVERIFY(qAbs(feed.Position() - before - 0.1) < 1e-9);
+        QVERIFY(Silent(tenth) && qAbs(feed.Position() - before - 0.1) < 1e-9);
     }
 };
 
