@@ -319,29 +319,17 @@ void MainWindow::GetDefaultBrowser()
 
 void MainWindow::OnInitialize()
 {
-    m_fOpacity = 0;
-    setWindowOpacity(0.0);
-    // A fresh timer for every fade. The previous one goes first, or two fades would run at once.
-    delete m_pTimer;
-    m_pTimer = new QTimer(this);
-    connect(m_pTimer, &QTimer::timeout, this, &MainWindow::OnTimerSlot);
-    m_pTimer->start(50);
+    m_fade.Start();
 }
 
 void MainWindow::OnTimerSlot()
 {
-    setWindowOpacity(m_fOpacity);
-    m_fOpacity += 0.1f;
-    if (m_fOpacity >= 1.0f) {
-        m_pTimer->stop();
-        setWindowOpacity(1.0);
-        m_fOpacity = 1.0f;
-    }
+    m_fade.Tick();
 }
 
 bool MainWindow::Fading() const
 {
-    return m_pTimer && m_pTimer->isActive();
+    return m_fade.Running();
 }
 
 // ---- Pages ----

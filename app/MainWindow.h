@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/FadeIn.h"
 #include "ui_MainWinUi.h"
 
 #include <QMainWindow>
@@ -95,8 +96,7 @@ private:
     QToolBar *m_pToolBar = nullptr;
     QPushButton *m_pAboutButton = nullptr;
     MyButton *m_pRepairButton = nullptr;
-    QTimer *m_pTimer = nullptr;
-    float m_fOpacity = 0;
+    FadeIn m_fade{this, 50};
     GeneralPreference *m_pPreference = nullptr;
     // A window of its own, so owned here rather than by a Qt parent.
     std::unique_ptr<VideoRepairWindow> m_pVideoRepair;

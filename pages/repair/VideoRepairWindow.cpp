@@ -168,27 +168,12 @@ void VideoRepairWindow::SetLayout()
 void VideoRepairWindow::OnInitialize()
 {
     setWindowIcon(QIcon("images/img_Product.png"));
-    m_opacity = 0;
-    setWindowOpacity(0.0);
-    delete m_fadeTimer;
-    m_fadeTimer = new QTimer(this);
-    connect(m_fadeTimer, &QTimer::timeout, this, &VideoRepairWindow::OnTimerSlot);
-    m_fadeTimer->start(30);
+    m_fade.Start();
 }
 
 void VideoRepairWindow::OnTimerSlot()
 {
-    setWindowOpacity(m_opacity);
-    m_opacity += 0.1f;
-    if (m_opacity >= 1.0f) {
-        m_opacity = 1.0f;
-        setWindowOpacity(1.0);
-        if (m_fadeTimer) {
-            m_fadeTimer->stop();
-            m_fadeTimer->deleteLater();
-            m_fadeTimer = nullptr;
-        }
-    }
+    m_fade.Tick();
 }
 
 void VideoRepairWindow::OnInitialSettings()

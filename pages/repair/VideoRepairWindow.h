@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/FadeIn.h"
 #include "pages/repair/PagePreview.h"
 #include "repair/ThreadVideoRepair.h"
 
@@ -95,7 +96,6 @@ private:
     quint32 m_nextFileId = 2;
     ThreadVideoRepair m_worker;
     PagePreview m_previewer{this};
-    QTimer *m_fadeTimer = nullptr;
-    float m_opacity = 0;
+    FadeIn m_fade{this, 30};
     VideoSavingWindow *m_savingWindow = nullptr;
 };

@@ -210,28 +210,12 @@ void VideoSavingWindow::SetLayout()
 void VideoSavingWindow::OnInitialize()
 {
     ui->label_4->setText(tr("Click 'Save' button to save repaired files."));
-    m_opacity = 0;
-    setWindowOpacity(0.0);
-    delete m_fadeTimer;
-    m_fadeTimer = new QTimer(this);
-    connect(m_fadeTimer, &QTimer::timeout, this, &VideoSavingWindow::OnTimerSlot);
-    m_fadeTimer->start(30);
+    m_fade.Start();
 }
 
 void VideoSavingWindow::OnTimerSlot()
 {
-    m_opacity += 0.1f;
-    if (m_opacity >= 1.0f) {
-        m_opacity = 1.0f;
-        setWindowOpacity(1.0);
-        if (m_fadeTimer) {
-            m_fadeTimer->stop();
-            m_fadeTimer->deleteLater();
-            m_fadeTimer = nullptr;
-        }
-        return;
-    }
-    setWindowOpacity(m_opacity);
+    m_fade.Tick();
 }
 
 // ---- The tree ----

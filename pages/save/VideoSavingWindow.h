@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/FadeIn.h"
 #include "pages/repair/PagePreview.h"
 #include "workers/ThreadVideoSaving.h"
 
@@ -84,6 +85,5 @@ private:
     MyRightTreeWidgetItem *m_root = nullptr;
     quint32 m_nextFileId = 2;
     QString m_destination;
-    QTimer *m_fadeTimer = nullptr;
-    float m_opacity = 0;
+    FadeIn m_fade{this, 30};
 };
