@@ -1,5 +1,9 @@
 #include "app/AppGlobals.h"
 
+#include "repair/ProcessFlags.h"
+
+#include <QCoreApplication>
+#include <QMessageBox>
 #include <QtGlobal>
 
 int nArgc = 0;
@@ -26,4 +30,16 @@ void LoadProgramResources()
 QString ProductVersion()
 {
     return QStringLiteral(CORVANE_VERSION);
+}
+
+CloseAnswer AskToClose(QWidget *window)
+{
+    if (CloseSuccess)
+        return CloseAnswer::AlreadyAnswered;
+    if (bProcessRunning)
+        return CloseAnswer::Running;
+    const auto answer = QMessageBox::warning(window, QCoreApplication::translate("MainWindow", "Corvane Aldrake Video Repair"),
+                                             QCoreApplication::translate("MainWindow", "Do you want to close Corvane Aldrake Video Repair? "),
+                                             QMessageBox::Yes | QMessageBox::No);
+    return answer == QMessageBox::Yes ? CloseAnswer::Yes : CloseAnswer::No;
 }

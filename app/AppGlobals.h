@@ -3,6 +3,7 @@
 #include <QString>
 
 class MainWindow;
+class QWidget;
 
 // Process-wide state of the window program, written at start-up unless noted.
 extern int nArgc;
@@ -16,6 +17,12 @@ extern bool ProgramRunningOnPowerPc;
 extern bool m_bMax;
 // Set once the close question has been answered; every later close goes through unasked.
 extern bool CloseSuccess;
+
+// The close rule shared by the windows: once the close question has been answered (CloseSuccess)
+// a close goes through; while a repair or save runs it is refused without a word; otherwise the
+// question is asked.
+enum class CloseAnswer { AlreadyAnswered, Running, Yes, No };
+CloseAnswer AskToClose(QWidget *window);
 
 // Makes the program's images reachable under ":/images". The resources live in a static library,
 // so they are registered by hand rather than by a static initialiser the linker may drop.

@@ -388,23 +388,14 @@ void MainWindow::resizeEvent(QResizeEvent *event)
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
-    if (CloseSuccess) {
-        event->accept();
-        return;
-    }
-    if (bProcessRunning) {
-        event->ignore();
-        return;
-    }
-    const auto answer = QMessageBox::warning(this, tr("Corvane Aldrake Video Repair"),
-                                             tr("Do you want to close Corvane Aldrake Video Repair? "),
-                                             QMessageBox::Yes | QMessageBox::No);
+    const CloseAnswer answer = AskToClose(this);
     // Answered either way: after a No the next close request goes through without asking.
-    CloseSuccess = true;
-    if (answer == QMessageBox::Yes)
-        event->accept();
-    else
+    if (answer == CloseAnswer::Yes || answer == CloseAnswer::No)
+        CloseSuccess = true;
+    if (answer == CloseAnswer::Running || answer == CloseAnswer::No)
         event->ignore();
+    else
+        event->accept();
 }
 
 // ---- Idle hover slots ----

@@ -183,12 +183,17 @@ void VideoRepairWindow::OnInitialSettings()
     ui->RemoveButton->setEnabled(false);
     ui->RepairButton->setEnabled(false);
     ui->PreviewButton->setEnabled(false);
+    HideRunControls();
+    ShowIdleControls();
+}
+
+void VideoRepairWindow::HideRunControls()
+{
     ui->FileNameLabel->hide();
     ui->progressBar->hide();
     ui->StopButton->hide();
     ui->FileNameLabel_2->hide();
     ui->progressBarOverAll->hide();
-    ShowIdleControls();
 }
 
 void VideoRepairWindow::ShowIdleControls()
@@ -522,11 +527,7 @@ void VideoRepairWindow::OnProcessAborted()
     ui->RemoveButton->setEnabled(false);
     ui->PreviewButton->setEnabled(false);
     ui->RepairButton->setEnabled(true);
-    ui->FileNameLabel->hide();
-    ui->progressBar->hide();
-    ui->StopButton->hide();
-    ui->FileNameLabel_2->hide();
-    ui->progressBarOverAll->hide();
+    HideRunControls();
     m_tree->setEnabled(true);
     ShowIdleControls();
     ui->BackButton->setEnabled(true);
@@ -610,11 +611,7 @@ void VideoRepairWindow::OnThisPage(bool maximised)
     ui->RemoveButton->setEnabled(false);
     ui->RepairButton->setEnabled(false);
     ui->PreviewButton->setEnabled(false);
-    ui->FileNameLabel->hide();
-    ui->progressBar->hide();
-    ui->StopButton->hide();
-    ui->FileNameLabel_2->hide();
-    ui->progressBarOverAll->hide();
+    HideRunControls();
     ShowIdleControls();
     m_root = nullptr;
     OnInitialize();
@@ -636,25 +633,26 @@ void VideoRepairWindow::OpenHelp()
 
 void VideoRepairWindow::closeEvent(QCloseEvent *event)
 {
-    if (CloseSuccess) {
+    switch (AskToClose(this)) {
+    case CloseAnswer::AlreadyAnswered:
         event->accept();
         return;
-    }
-    if (bProcessRunning) {
+    case CloseAnswer::Running:
+    case CloseAnswer::No: // unlike the main window's, a No asks again next time
         event->ignore();
         return;
-    }
-    const auto answer = QMessageBox::warning(this, tr("Corvane Aldrake Video Repair"),
-                                             tr("Do you want to close Corvane Aldrake Video Repair? "),
-                                             QMessageBox::Yes | QMessageBox::No);
-    if (answer != QMessageBox::Yes) {
-        event->ignore();
+    case CloseAnswer::Yes:
+        VideoRepairWindow::RemoveRunLeftovers();
+        event->accept();
+        CloseSuccess = true;
         return;
     }
+}
+
+void VideoRepairWindow::RemoveRunLeftovers()
+{
     RunShell("rm -R " + ShellQuote(TempFolder()));
     PagePreview::CleanPreviews();
-    event->accept();
-    CloseSuccess = true;
 }
 
 // ---- Preview ----

@@ -45,6 +45,8 @@ public:
 
     // Where the working copies go; the same folder for every run.
     static QString TempFolder();
+    // What a page removes when the program closes: the working copies, preview copies and programs.
+    static void RemoveRunLeftovers();
 
     // Adds the files as the file dialog would have returned them.
     void AddFiles(const QStringList &paths);
@@ -84,6 +86,7 @@ private:
     void EnsureRoot();
     int CountChecked() const;
     void UpdateRepairButton();
+    void HideRunControls();
     void ShowIdleControls();
     void SetRunningControls(bool running);
     QString GetTempLocation();

@@ -1,4 +1,5 @@
 #include "pages/save/VideoSavingWindow.h"
+#include "pages/repair/VideoRepairWindow.h"
 
 #include "app/AppGlobals.h"
 #include "app/BrowserRoutes.h"
@@ -512,25 +513,20 @@ void VideoSavingWindow::resizeEvent(QResizeEvent *event)
 
 void VideoSavingWindow::closeEvent(QCloseEvent *event)
 {
-    if (CloseSuccess) {
+    switch (AskToClose(this)) {
+    case CloseAnswer::AlreadyAnswered:
         event->accept();
         return;
-    }
-    if (bProcessRunning) {
+    case CloseAnswer::Running:
+    case CloseAnswer::No: // unlike the main window's, a No asks again next time
         event->ignore();
         return;
-    }
-    const auto answer = QMessageBox::warning(this, tr(ProductTitle),
-                                             tr("Do you want to close Corvane Aldrake Video Repair? "),
-                                             QMessageBox::Yes | QMessageBox::No);
-    if (answer != QMessageBox::Yes) {
-        event->ignore();
+    case CloseAnswer::Yes:
+        VideoRepairWindow::RemoveRunLeftovers();
+        event->accept();
+        CloseSuccess = true;
         return;
     }
-    RunShell("rm -R " + ShellQuote("/var/tmp/.CorvaneVideoRepairTemp"));
-    PagePreview::CleanPreviews();
-    event->accept();
-    CloseSuccess = true;
 }
 
 void VideoSavingWindow::OpenHelp()
