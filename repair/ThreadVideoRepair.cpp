@@ -52,6 +52,12 @@ QString ThreadVideoRepair::RepairedPath() const
     return m_repairedPath;
 }
 
+RepairOutcomes ThreadVideoRepair::Outcomes() const
+{
+    QMutexLocker locker(&m_resultMutex);
+    return m_outcomes;
+}
+
 void ThreadVideoRepair::SetReEncodingEnabled(bool enabled)
 {
     m_reEncode = enabled;

@@ -7,6 +7,7 @@
 #include <QWaitCondition>
 
 #include "repair/ProcessFlags.h"
+#include "repair/RepairOutcome.h"
 
 struct AVCodec;
 struct AVFormatContext;
@@ -32,6 +33,8 @@ public:
     QStringList UnsupportedList() const;
     void ClearUnsupportedList();
     QString RepairedPath() const;
+    // One entry per file of the last run, in run order.
+    RepairOutcomes Outcomes() const;
 
     // With re-encoding off, a run stops after the structural pass (header fixes only).
     void SetReEncodingEnabled(bool enabled);
@@ -80,6 +83,7 @@ protected:
     mutable QMutex m_resultMutex;
     QStringList m_unsupportedList;
     QString m_repairedPath;
+    RepairOutcomes m_outcomes;
 
 private:
     void ScanFile(quint64 fileSize, bool firstEightZero);

@@ -72,6 +72,33 @@ QString DecodeErrors(const QString &path)
     return errors.trimmed();
 }
 
+namespace {
+
+// The last value of `key` in ffmpeg's -progress output over one stream of the file.
+QString LastProgress(const QString &path, const QString &map, const QString &key)
+{
+    int code = 0;
+    const QString out = Run("ffmpeg", {"-hide_banner", "-nostdin", "-v", "error", "-i", path, "-map", map,
+                                       "-fps_mode", "passthrough", "-f", "null", "-", "-progress", "pipe:1"},
+                            &code);
+    QString value;
+    for (const QString &line : out.split('\n'))
+        if (line.startsWith(key + "="))
+            value = line.mid(key.size() + 1).trimmed();
+    return value;
+}
+
+} // namespace
+
+Plays Played(const QString &path)
+{
+    Plays p;
+    p.frames = LastProgress(path, "0:v:0", "frame").toLongLong();
+    const QString us = LastProgress(path, "0:a:0", "out_time_us");
+    p.audioSeconds = us.toLongLong() > 0 ? us.toLongLong() / 1e6 : 0.0;
+    return p;
+}
+
 double Duration(const QString &path)
 {
     return Probe(path, {"-show_entries", "format=duration"}).toDouble();
