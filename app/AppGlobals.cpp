@@ -38,8 +38,10 @@ CloseAnswer AskToClose(QWidget *window)
         return CloseAnswer::AlreadyAnswered;
     if (bProcessRunning)
         return CloseAnswer::Running;
-    const auto answer = QMessageBox::warning(window, QCoreApplication::translate("MainWindow", "Corvane Aldrake Video Repair"),
-                                             QCoreApplication::translate("MainWindow", "Do you want to close Corvane Aldrake Video Repair? "),
-                                             QMessageBox::Yes | QMessageBox::No);
+    const auto answer = QMessageBox::warning(
+        window, QCoreApplication::translate("MainWindow", "Corvane Aldrake Video Repair"),
+        QCoreApplication::translate("MainWindow", "Do you want to close Corvane Aldrake Video Repair? "),
+        QMessageBox::Yes | QMessageBox::No,
+        QMessageBox::No); // Enter must not close the program
     return answer == QMessageBox::Yes ? CloseAnswer::Yes : CloseAnswer::No;
 }

@@ -14,7 +14,7 @@
 namespace
 {
 
-void Launch(const BrowserLaunch &launch)
+bool Launch(const BrowserLaunch &launch)
 {
     if (launch.systemHandler) {
 #ifdef Q_OS_MACOS
@@ -28,15 +28,14 @@ void Launch(const BrowserLaunch &launch)
 #else
         QDesktopServices::openUrl(QUrl(launch.url));
 #endif
-        return;
+        return true;
     }
 #ifdef Q_OS_MACOS
     RunShell(MacOpenCommand(launch.browser, launch.url, launch.quoteBrowser));
+    return true;
 #else
-    // Started on its own: the window never waits for the browser. An empty program starts nothing,
-    // as "open -a ''" opens nothing on macOS.
-    if (!launch.browser.isEmpty())
-        QProcess::startDetached(launch.browser, {launch.url});
+    // Started on its own: the window never waits for the browser.
+    return !launch.browser.isEmpty() && QProcess::startDetached(launch.browser, {launch.url});
 #endif
 }
 
@@ -64,7 +63,8 @@ void OpenInBrowser(const QString &url, BrowserRoute route)
         launch.browser = strDefaultBrowser;
         launch.quoteBrowser = route != BrowserRoute::UnquotedBrowserOrSystem;
     }
-    Launcher()(launch);
+    if (!Launcher()(launch))
+        OpenWithSystemHandler(url);
 }
 
 void OpenWithSystemHandler(const QString &url)

@@ -9,7 +9,9 @@
 // Most entries open the page in the default browser found at start-up (strDefaultBrowser) and,
 // when none was found, hand it to the system's handler instead. The web-site link always takes the
 // browser route, even without a browser. The support-section entry names the browser unquoted in
-// its macOS command; e-mail goes to the system's handler only.
+// its macOS command; e-mail goes to the system's handler only. Where the browser is a program of its
+// own (not on macOS), one that cannot be started, or none at all, leaves the page to the system's
+// handler rather than to nothing.
 enum class BrowserRoute {
     BrowserOrSystem,         // "open -a 'browser' 'url'", or the system handler
     UnquotedBrowserOrSystem, // "open -a browser 'url'", or the system handler
@@ -31,6 +33,7 @@ struct BrowserLaunch {
     QString url;
     bool quoteBrowser = true; // the macOS command's form
 };
-using BrowserLauncher = std::function<void(const BrowserLaunch &)>;
+// A launcher returns false when the browser could not be started.
+using BrowserLauncher = std::function<bool(const BrowserLaunch &)>;
 // Installs launcher (an empty one restores the real one).
 void SetBrowserLauncher(BrowserLauncher launcher);

@@ -31,7 +31,7 @@ const int NoteWidth = 460;
 void SetNote(QLabel *label, const QString &text)
 {
     label->setText(text);
-    label->setMinimumHeight(label->heightForWidth(NoteWidth));
+    label->setMinimumHeight(qMax(0, label->heightForWidth(NoteWidth))); // -1 for an empty note
 }
 
 QLabel *Note(const QString &text)

@@ -291,7 +291,10 @@ QString LinuxProbe::ExecProgram(const QString &desktopFileText)
             while (i < args.size() && (args.at(i).contains('=') || args.at(i).startsWith('-')))
                 ++i;
         }
-        return i < args.size() ? args.at(i) : QString();
+        if (i == args.size())
+            return QString();
+        const QString name = args.at(i).mid(args.at(i).lastIndexOf('/') + 1);
+        return name == "flatpak" || name == "snap" ? QString() : args.at(i);
     }
     return QString();
 }

@@ -77,7 +77,8 @@ QString ParseOsVersion(const QString &firstLine);
 QString UserHomePrefix(const QString &user);
 QString DefaultBrowserCommand();
 // The program of the Exec line in the [Desktop Entry] group of a .desktop file, without its
-// arguments; a leading "env VAR=value ..." is skipped. Empty when there is none.
+// arguments; a leading "env VAR=value ..." is skipped. Empty when there is none, and for a sandbox's
+// launcher ("flatpak run ...", "snap run ..."), which cannot take a page as its only argument.
 QString ExecProgram(const QString &desktopFileText);
 
 QString PreviewProcessCommand();

@@ -11,14 +11,9 @@ ThreadVideoRepair::ThreadVideoRepair(QObject *parent) : QThread(parent)
 
 ThreadVideoRepair::~ThreadVideoRepair()
 {
-    // Destroying a running QThread aborts the process: stop our own run and wait for it. The stop
-    // request is withdrawn afterwards so that an idle worker's end never stops the next run.
-    if (isRunning()) {
-        bStopFlag = true;
-        m_condition.wakeAll();
-        wait();
-        bStopFlag = false;
-    }
+    // Destroying a running QThread aborts the process: stop our own run and wait for it. The run's
+    // end withdraws the request, so that it never stops the next run.
+    m_run.StopAndWait(*this, m_condition);
 }
 
 void ThreadVideoRepair::SetInitialSettings(QStringList files, QString tempFolder)
@@ -26,12 +21,12 @@ void ThreadVideoRepair::SetInitialSettings(QStringList files, QString tempFolder
     QMutexLocker locker(&m_mutex);
     m_sourceFiles = files;
     m_tempFolder = tempFolder;
-    if (isRunning()) {
-        bStopFlag = true;
-        m_condition.wakeOne();
-    } else {
-        start(QThread::LowPriority);
-    }
+    m_run.StartOrStop(*this, m_condition);
+}
+
+bool ThreadVideoRepair::RequestStop()
+{
+    return m_run.RequestStop();
 }
 
 QStringList ThreadVideoRepair::UnsupportedList() const
@@ -76,14 +71,14 @@ void ThreadVideoRepair::run()
         OnRepair();
         if (!bStopFlag) {
             Q_EMIT RepairFinish();
-            bStopFlag = false;
             bProcessRunning = false;
+            m_run.End();
             return;
         }
     }
     Q_EMIT ProcessAborted();
-    bStopFlag = false;
     bProcessRunning = false;
+    m_run.End();
 }
 
 void ThreadVideoRepair::OnRepair()

@@ -27,6 +27,8 @@ public:
     // Starts a run over `files` (absolute paths, in repair order) with working copies in `tempFolder`,
     // which must exist. When a run is already going, asks it to stop instead.
     void SetInitialSettings(QStringList files, QString tempFolder);
+    // Asks the run that is going to stop (bStopFlag); false when none is going any more.
+    bool RequestStop();
 
     // Working copies the re-encoding pass could not handle; the repair page reads and clears it at
     // the end of a run.
@@ -96,4 +98,5 @@ private:
     QStringList m_sourceFiles;
     QString m_tempFolder;
     std::atomic<bool> m_reEncode{true};
+    WorkerRun m_run;
 };

@@ -22,14 +22,9 @@ ThreadVideoSaving::ThreadVideoSaving(QObject *parent) : QThread(parent)
 
 ThreadVideoSaving::~ThreadVideoSaving()
 {
-    // Destroying a running QThread aborts the process: stop our own run and wait for it, then
-    // withdraw the stop request so that it cannot stop the next run.
-    if (isRunning()) {
-        bStopFlag = true;
-        m_condition.wakeAll();
-        wait();
-        bStopFlag = false;
-    }
+    // Destroying a running QThread aborts the process: stop our own run and wait for it. The run's
+    // end withdraws the request, so that it cannot stop the next run.
+    m_run.StopAndWait(*this, m_condition);
 }
 
 void ThreadVideoSaving::SetInitialSettings(QStringList files, QString destination)
@@ -45,12 +40,12 @@ void ThreadVideoSaving::SetInitialSettings(QStringList files, QString destinatio
     dir.cd(folderName);
     m_destFolder = dir.absolutePath();
 
-    if (isRunning()) {
-        bStopFlag = true;
-        m_condition.wakeOne();
-    } else {
-        start(QThread::LowPriority);
-    }
+    m_run.StartOrStop(*this, m_condition);
+}
+
+bool ThreadVideoSaving::RequestStop()
+{
+    return m_run.RequestStop();
 }
 
 void ThreadVideoSaving::run()
@@ -59,8 +54,10 @@ void ThreadVideoSaving::run()
     bProcessRunning = true;
     if (!bStopFlag)
         OnVideoSaving();
+    else
+        Q_EMIT SavingFinish(); // stopped before it began: the page still learns that the run ended
     bProcessRunning = false;
-    bStopFlag = false;
+    m_run.End();
 }
 
 void ThreadVideoSaving::OnVideoSaving()

@@ -6,6 +6,8 @@
 #include <QThread>
 #include <QWaitCondition>
 
+#include "repair/ProcessFlags.h"
+
 // The saving worker: copies the chosen working copies into "Repaired-Video-Files" inside the
 // destination, in 1024-byte chunks so that a stop request is seen promptly.
 class ThreadVideoSaving : public QThread
@@ -19,6 +21,8 @@ public:
     // Creates "Repaired-Video-Files" in `destination` (an existing one is used as it is) and starts a
     // run over `files`. When a run is already going, asks it to stop instead.
     void SetInitialSettings(QStringList files, QString destination);
+    // Asks the run that is going to stop (bStopFlag); false when none is going any more.
+    bool RequestStop();
 
     void OnVideoSaving();
 
@@ -39,4 +43,5 @@ private:
     QWaitCondition m_condition;
     QStringList m_fileList;
     QString m_destFolder;
+    WorkerRun m_run;
 };

@@ -10,6 +10,11 @@ bool MyRightTreeWidgetItem::operator<(const QTreeWidgetItem &other) const
     return text(column).toLower() < other.text(column).toLower();
 }
 
+bool MyRightTreeWidgetItem::IsFileRow(const QTreeWidgetItem *row)
+{
+    return row && row->text(FileId).toUInt() != 1 && !row->text(TemporaryPath).isEmpty();
+}
+
 QTreeWidgetItem *MyRightTreeWidgetItem::clone() const
 {
     auto *copy = new MyRightTreeWidgetItem;

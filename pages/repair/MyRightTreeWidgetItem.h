@@ -16,4 +16,8 @@ public:
     QTreeWidgetItem *clone() const override;
 
     enum Column { Name = 0, Path = 1, Size = 2, FileId = 3, ParentId = 4, Bytes = 5, TemporaryPath = 6 };
+
+    // A row that stands for a file: not the root "Video File(s)" (FileID 1), nor the empty row a
+    // folder leaves in the list.
+    static bool IsFileRow(const QTreeWidgetItem *row);
 };

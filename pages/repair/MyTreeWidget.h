@@ -11,6 +11,9 @@ class MyTreeWidget : public QTreeWidget
 public:
     using QTreeWidget::QTreeWidget;
 
+    // Makes column as wide as the widest of texts needs in font, and as its header label needs.
+    void FitColumn(int column, const QStringList &texts, const QFont &font);
+
 protected:
     void keyPressEvent(QKeyEvent *event) override;
     void contextMenuEvent(QContextMenuEvent *event) override;

@@ -55,6 +55,14 @@ void PagePreview::Show(const QString &path, const QString &f4vTitle)
     }
 
     const QString copy = MakePreviewCopy(path);
+    if (copy.isEmpty() || !QFileInfo(copy).isFile()) {
+        // The file has gone or cannot be read: the player would only say it cannot play it.
+        QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
+                        tr("Preview not available."), QMessageBox::Ok, m_page);
+        box.setInformativeText(tr("The file could not be copied for the preview."));
+        box.exec();
+        return;
+    }
     if (m_version == 8) {
         strFileForPreview = copy;
         if (!strFileForPreview.isEmpty())

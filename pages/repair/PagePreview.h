@@ -24,7 +24,8 @@ public:
 
     // The first half of a preview; false on a system that has none.
     bool Begin();
-    // The second half, for the file at path: ".f4v" is refused in a box titled f4vTitle.
+    // The second half, for the file at path: ".f4v" is refused in a box titled f4vTitle, and a file
+    // that cannot be copied is reported instead of being handed to the player.
     void Show(const QString &path, const QString &f4vTitle);
 
     // Polled while a panel shows: once it has closed, the page is activated again.

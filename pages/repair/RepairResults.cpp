@@ -23,3 +23,10 @@ QString GetSizeOfItem(qint64 bytes)
         text.truncate(dot + 3);
     return text + unit;
 }
+
+QStringList WidestSizeTexts()
+{
+    // 1023.992 MiB and GiB: four digits and two after the point.
+    return {GetSizeOfItem((qint64(1) << 30) - (qint64(1) << 13)),
+            GetSizeOfItem((qint64(1) << 40) - (qint64(1) << 23))};
+}

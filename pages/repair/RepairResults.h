@@ -11,3 +11,5 @@ extern QStringList AllFiles;           // files repaired successfully
 // The size text of the file trees: "1.5 GB", "1.17 MB", "2 KB", "0.00 KB". Binary units; at most two
 // digits after the point, cut rather than rounded.
 QString GetSizeOfItem(qint64 bytes);
+// The widest size texts below a terabyte, "1023.99 MB" and "1023.99 GB": what a size column must fit.
+QStringList WidestSizeTexts();

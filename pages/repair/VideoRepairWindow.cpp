@@ -115,9 +115,12 @@ void VideoRepairWindow::SetTreeSettings()
     t->sortByColumn(MyRightTreeWidgetItem::Name, Qt::AscendingOrder);
     for (int c = 3; c <= 6; ++c)
         t->setColumnHidden(c, true);
-    t->header()->resizeSection(0, 290);
-    t->header()->resizeSection(1, 400);
-    t->header()->resizeSection(2, 75);
+    // The path takes what the name and the size leave: a size is never cut off, and a long path is
+    // elided in the middle.
+    t->header()->setStretchLastSection(false);
+    t->header()->resizeSection(MyRightTreeWidgetItem::Name, 290);
+    t->header()->setSectionResizeMode(MyRightTreeWidgetItem::Path, QHeaderView::Stretch);
+    t->FitColumn(MyRightTreeWidgetItem::Size, WidestSizeTexts(), TreeFont(false));
     t->setIconSize(QSize(16, 16));
     t->hide();
 }
@@ -236,6 +239,10 @@ void VideoRepairWindow::AddFiles(const QStringList &paths)
 {
     if (paths.isEmpty())
         return;
+    // Events are processed on the way (and each warning box runs its own loop): Repair must not be
+    // pressed on a half-made list.
+    ++m_adding;
+    ui->RepairButton->setEnabled(false);
     QFileIconProvider icons;
     for (const QString &path : paths) {
         QCoreApplication::processEvents();
@@ -269,6 +276,7 @@ void VideoRepairWindow::AddFiles(const QStringList &paths)
     }
     if (m_root)
         m_root->setExpanded(true);
+    --m_adding;
     UpdateRepairButton();
 }
 
@@ -300,7 +308,12 @@ int VideoRepairWindow::CountChecked() const
 
 void VideoRepairWindow::UpdateRepairButton()
 {
-    ui->RepairButton->setEnabled(CountChecked() > 1);
+    SetRepairEnabled(CountChecked() > 1);
+}
+
+void VideoRepairWindow::SetRepairEnabled(bool enabled)
+{
+    ui->RepairButton->setEnabled(enabled && m_adding == 0 && !m_running);
 }
 
 void VideoRepairWindow::OnRemoveVideoFile()
@@ -340,7 +353,7 @@ void VideoRepairWindow::OnRemoveVideoFile()
 
 void VideoRepairWindow::OnItemClicked(QTreeWidgetItem *item, int)
 {
-    if (bProcessRunning || !item)
+    if (bProcessRunning || m_running || !item)
         return;
     ui->PreviewButton->setEnabled(false);
     ui->RemoveButton->setEnabled(true);
@@ -354,7 +367,7 @@ void VideoRepairWindow::OnItemClicked(QTreeWidgetItem *item, int)
         for (QTreeWidgetItem *row : rows)
             row->setCheckState(0, state);
         if (state == Qt::Checked)
-            ui->RepairButton->setEnabled(rows.size() > 1);
+            SetRepairEnabled(rows.size() > 1);
         return;
     }
 
@@ -376,10 +389,10 @@ void VideoRepairWindow::OnItemClicked(QTreeWidgetItem *item, int)
         ui->RepairButton->setEnabled(false);
     } else if (checked == files) {
         m_root->setCheckState(0, Qt::Checked);
-        ui->RepairButton->setEnabled(true);
+        SetRepairEnabled(true);
     } else {
         m_root->setCheckState(0, Qt::PartiallyChecked);
-        ui->RepairButton->setEnabled(true);
+        SetRepairEnabled(true);
     }
 }
 
@@ -477,6 +490,7 @@ void VideoRepairWindow::OnRepairVideoFiles()
     ui->RepairButton->setEnabled(false);
     ui->PreviewButton->setEnabled(false);
     SetRunningControls(true);
+    m_running = true;
     m_worker.SetInitialSettings(paths, folder);
 }
 
@@ -516,17 +530,18 @@ void VideoRepairWindow::OnStop()
                     this);
     box.setInformativeText(tr("Do you want to abort the current process?"));
     box.setDefaultButton(QMessageBox::No);
-    if (box.exec() != QMessageBox::Yes)
+    // The run may have ended while the question was open; a Yes then has nothing left to stop.
+    if (box.exec() != QMessageBox::Yes || !m_worker.RequestStop())
         return;
-    bStopFlag = true;
     m_tree->setEnabled(true);
 }
 
 void VideoRepairWindow::OnProcessAborted()
 {
+    m_running = false;
     ui->RemoveButton->setEnabled(false);
     ui->PreviewButton->setEnabled(false);
-    ui->RepairButton->setEnabled(true);
+    SetRepairEnabled(true);
     HideRunControls();
     m_tree->setEnabled(true);
     ShowIdleControls();
@@ -536,6 +551,7 @@ void VideoRepairWindow::OnProcessAborted()
 
 void VideoRepairWindow::OnRepairFinish()
 {
+    m_running = false;
     if (!m_root) // nothing was listed; there is nothing to hand over
         return;
     hide();
@@ -684,7 +700,8 @@ void VideoRepairWindow::OnDoubleClicked(QTreeWidgetItem *item, int)
 
 void VideoRepairWindow::Preview(QTreeWidgetItem *row, const QString &f4vTitle)
 {
-    if (!m_previewer.Begin() || !row)
+    // A double-click on the root folds the list; it must not end the preview that is playing.
+    if (!MyRightTreeWidgetItem::IsFileRow(row) || !m_previewer.Begin())
         return;
     m_previewer.Show(row->text(MyRightTreeWidgetItem::TemporaryPath), f4vTitle);
 }

@@ -86,6 +86,8 @@ private:
     void EnsureRoot();
     int CountChecked() const;
     void UpdateRepairButton();
+    // Repair is never enabled while files are being added or a run is going.
+    void SetRepairEnabled(bool enabled);
     void HideRunControls();
     void ShowIdleControls();
     void SetRunningControls(bool running);
@@ -97,6 +99,8 @@ private:
     MyTreeWidget *m_tree = nullptr;
     MyRightTreeWidgetItem *m_root = nullptr;
     quint32 m_nextFileId = 2;
+    int m_adding = 0;       // AddFiles calls under way (a warning box may start another)
+    bool m_running = false; // from Repair until the page has handled the run's end
     ThreadVideoRepair m_worker;
     PagePreview m_previewer{this};
     FadeIn m_fade{this, 30};

@@ -35,6 +35,7 @@ namespace
 
 using Col = MyRightTreeWidgetItem::Column;
 constexpr int ColumnCount = 8;
+constexpr int StatusColumn = 7; // the outcome of the repair, written by the repair page
 
 const char *const RootText = "Video File(s)";
 const char *const ProductTitle = "Corvane Aldrake Video Repair";
@@ -138,9 +139,6 @@ void VideoSavingWindow::OnInit()
     t->setTextElideMode(Qt::ElideMiddle);
     for (int c = Col::FileId; c <= Col::TemporaryPath; ++c)
         t->setColumnHidden(c, true);
-    t->header()->resizeSection(Col::Name, 290);
-    t->header()->resizeSection(Col::Path, 200);
-    t->header()->resizeSection(Col::Size, 75);
     t->header()->resizeSection(Col::Bytes, 150);
     t->setFont(QFont("Lucida Grande", 12));
 
@@ -148,6 +146,16 @@ void VideoSavingWindow::OnInit()
     // Listed by name, A to Z, as on the repair page; the header still sorts on a click.
     t->sortByColumn(Col::Name, Qt::AscendingOrder);
     t->setSortingEnabled(true);
+    // The path takes what the other columns leave: sizes and outcomes are never cut off (the header
+    // labels with their sort arrows included), and a long path is elided in the middle.
+    t->header()->setStretchLastSection(false);
+    t->header()->resizeSection(Col::Name, 290);
+    t->header()->setSectionResizeMode(Col::Path, QHeaderView::Stretch);
+    t->FitColumn(Col::Size, WidestSizeTexts(), t->font());
+    t->FitColumn(StatusColumn,
+                 {QCoreApplication::translate("VideoRepairWindow", "Successfully Repaired"),
+                  QCoreApplication::translate("VideoRepairWindow", "Repair Failed")},
+                 t->font());
 
     SetProgressVisible(false);
     ui->PreviewButton->setEnabled(false);
@@ -463,8 +471,9 @@ void VideoSavingWindow::OnStop()
                     QMessageBox::Yes | QMessageBox::No, this);
     box.setInformativeText(tr("Do you want to abort the current process?"));
     box.setDefaultButton(QMessageBox::No);
+    // The run may have ended while the question was open; a Yes then has nothing left to stop.
     if (box.exec() == QMessageBox::Yes)
-        bStopFlag = true;
+        m_saving.RequestStop();
 }
 
 void VideoSavingWindow::OnErrorList()
@@ -565,7 +574,8 @@ void VideoSavingWindow::OnDoubleClicked(QTreeWidgetItem *item, int)
 
 void VideoSavingWindow::Preview(QTreeWidgetItem *row, const QString &f4vTitle)
 {
-    if (!m_previewer.Begin() || !row)
+    // A double-click on the root folds the list; it must not end the preview that is playing.
+    if (!MyRightTreeWidgetItem::IsFileRow(row) || !m_previewer.Begin())
         return;
     if (mY_unsupportedList.contains(row->text(Col::Name))) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle),

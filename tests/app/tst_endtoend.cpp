@@ -56,7 +56,7 @@ private Q_SLOTS:
     {
         QStandardPaths::setTestModeEnabled(true);
         LoadProgramResources();
-        SetBrowserLauncher([](const BrowserLaunch &) {});
+        SetBrowserLauncher([](const BrowserLaunch &) { return true; });
     }
 
     void cleanupTestCase() { CloseSuccess = true; }

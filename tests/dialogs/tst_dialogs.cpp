@@ -34,7 +34,7 @@ private Q_SLOTS:
         QStandardPaths::setTestModeEnabled(true);
         strPlistPath = CORVANE_SOURCE_DIR "/resources/CorvaneAldrakeVideoRepair.plist";
         HelpFilePath = "/opt/corvane/Resources";
-        SetBrowserLauncher([this](const BrowserLaunch &launch) { m_launches << launch; });
+        SetBrowserLauncher([this](const BrowserLaunch &launch) { m_launches << launch; return true; });
     }
 
     void init()

@@ -182,6 +182,13 @@ private Q_SLOTS:
         Click(tree, root->child(0));
         QCOMPARE(ButtonsEnabled(&page), QStringList{"RemoveButton"});
         bProcessRunning = false;
+
+        // An add lets events through: Repair pressed in the middle of it starts no run.
+        Click(tree, root);
+        QTimer::singleShot(0, &page, [&page] { Button(&page, "RepairButton")->click(); });
+        page.answer = QStringList{File("c4.mov")};
+        page.OnAddVideoFile();
+        QVERIFY(Button(&page, "AddButton")->isEnabled() && Button(&page, "RepairButton")->isEnabled());
     }
 
     // A repair run through the page on real files; one of them has 16-bit PCM audio and fails.
@@ -338,6 +345,10 @@ private Q_SLOTS:
         Button(&page, "RepairButton")->click();
         QVERIFY(finished.wait(120000));
         QVERIFY(QFileInfo::exists(VideoRepairWindow::TempFolder() + "/next.mp4"));
+        page.Worker()->wait();
+        ModalAnswerer late(QMessageBox::Yes); // the run is over: a Yes has nothing left to stop
+        page.OnStop();
+        QVERIFY(!bStopFlag);
     }
 
     void f4vIsNotPreviewed_data()
@@ -373,7 +384,8 @@ private Q_SLOTS:
     }
 
     // Previews run the preview program on a copy named with a leading blank; a second preview ends
-    // the first program and deletes its copy. A stand-in program records what it was given.
+    // the first program and deletes its copy. A stand-in program records what it was given. A
+    // double-click on the root only folds the list, and a file that has gone is not played.
     void previewTwice()
     {
         const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
@@ -408,6 +420,14 @@ private Q_SLOTS:
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
         QVERIFY(QFileInfo::exists(first)); // the user's files are untouched
         QVERIFY(QFileInfo::exists(second));
+
+        page.OnDoubleClicked(root, 0);
+        QVERIFY(QFileInfo::exists(PreviewCopyName(second)));
+        QFile::remove(first);
+        ModalAnswerer box(QMessageBox::Ok);
+        page.OnDoubleClicked(root->child(0), 0);
+        QCOMPARE(box.Text(), QString("Preview not available."));
+        QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
     }
 
     // A file of the user's that already has the copy's name is left alone.

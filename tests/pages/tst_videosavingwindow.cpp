@@ -16,6 +16,8 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QHeaderView>
+#include <QLabel>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -231,6 +233,10 @@ private Q_SLOTS:
         page.free = 1000;
         QCOMPARE(SaveAndFinish(page), saved);
         QCOMPARE(QDir(saved).entryList(QDir::Files), QStringList{"b.mov"});
+        page.Worker()->wait();
+        ModalAnswerer late(QMessageBox::Yes); // the run is over: a Yes has nothing left to stop
+        page.OnStop();
+        QVERIFY(!bStopFlag);
     }
 
     void leaving()
@@ -266,6 +272,26 @@ private Q_SLOTS:
         QCOMPARE(back.count(), 1);
         QVERIFY(back.at(0).at(0).toBool()); // maximised again
         QVERIFY(AllFiles.isEmpty() && mY_unsupportedList.isEmpty());
+    }
+
+    // At the smallest size the widest size and outcome show whole; a long name asks for no more.
+    void longTextsAtTheSmallestSize()
+    {
+        MyRightTreeWidgetItem *result = Result({"big.mov"});
+        QVERIFY(QFile::resize(result->child(0)->text(Col::Path), (qint64(1) << 30) - (qint64(1) << 13)));
+        Page page(nullptr, result);
+        QTreeWidgetItem *row = Row(page, "big.mov");
+        row->setText(7, "Successfully Repaired");
+        page.resize(page.minimumSize());
+        page.show();
+        page.OnInfo("Saving " + QString(200, 'n') + ".mov file");
+        QVERIFY(page.findChild<QLabel *>("FileNameLabel")->minimumSizeHint().width() < page.width());
+        QCoreApplication::processEvents();
+        QTreeView *t = page.Tree();
+        const int margins = 2 * (t->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, t) + 1);
+        for (int c : {int(Col::Size), 7})
+            QVERIFY(t->fontMetrics().horizontalAdvance(row->text(c)) + margins <= t->columnWidth(c) &&
+                    t->header()->sectionViewportPosition(c) + t->columnWidth(c) <= t->viewport()->width());
     }
 
     // A file whose repair failed is not previewed; a repaired one plays from a copy.

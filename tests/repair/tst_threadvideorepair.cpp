@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QSemaphore>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -28,6 +29,14 @@ public:
         called = true;
         handed = files;
     }
+};
+
+// Its thread lingers for a moment after run() has returned, as a thread may before it ends.
+class Lingering : public RecordingRepair
+{
+public:
+    QSemaphore returned;
+    void run() override { RecordingRepair::run(); returned.release(); QThread::msleep(300); }
 };
 
 void Watch(SignalLog &log, ThreadVideoRepair *w)
@@ -284,13 +293,15 @@ private Q_SLOTS:
         QVERIFY(!bProcessRunning);
         QVERIFY(!pHandle);
 
-        // The next run works.
-        RecordingRepair next;
+        // The next runs work, also one whose settings come as the thread is on its way out of run().
+        Lingering next;
         SignalLog after;
         Watch(after, &next);
         next.SetInitialSettings({}, m_temp);
+        next.returned.acquire();
+        next.SetInitialSettings({}, m_temp);
         Finish(next);
-        QCOMPARE(after.Lines().last(), QString("RepairFinish()"));
+        QCOMPARE(after.Only("RepairFinish").size(), 2);
     }
 };
 

@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QTest>
 
 ModalAnswerer::ModalAnswerer(QMessageBox::StandardButton button, int timeoutMs)
     : m_button(button), m_timeout(timeoutMs), m_remaining(timeoutMs)
@@ -26,7 +27,9 @@ void ModalAnswerer::Poll()
     m_informative = box->informativeText();
     m_title = box->windowTitle();
     m_icon = box->icon();
-    if (QAbstractButton *b = box->button(m_button))
+    if (m_button == Enter)
+        QTest::keyClick(box, Qt::Key_Return);
+    else if (QAbstractButton *b = box->button(m_button))
         b->click();
     else
         box->done(m_button);

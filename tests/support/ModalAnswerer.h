@@ -12,12 +12,13 @@
 //     page.close();
 //     QCOMPARE(answer.Text(), "...");
 // Every box gets the same answer; Texts() lists them all in order. It stops looking when no box has
-// come for timeoutMs.
+// come for timeoutMs. Enter presses Return instead, which takes the box's default button.
 class ModalAnswerer : public QObject
 {
     Q_OBJECT
 
 public:
+    static constexpr QMessageBox::StandardButton Enter = QMessageBox::NoButton;
     explicit ModalAnswerer(QMessageBox::StandardButton button = QMessageBox::Ok, int timeoutMs = 5000);
 
     bool Answered() const { return !m_texts.isEmpty(); }
