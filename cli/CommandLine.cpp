@@ -27,6 +27,8 @@ bool *FlagTarget(const QString &name, Options *o)
 {
     if (name == "--structural-only")
         return &o->structuralOnly;
+    if (name == "--keep-codecs")
+        return &o->keepCodecs;
     if (name == "--keep-temp")
         return &o->keepTemp;
     if (name == "--verbose")
@@ -102,8 +104,8 @@ bool ParseArguments(const QStringList &args, Options *options, QString *error)
 
 QString UsageText(const QString &program)
 {
-    return QString("Usage: %1 [--output DIR] [--temp DIR] [--structural-only] [--keep-temp] [--verbose] "
-                   "[--] FILE...\n"
+    return QString("Usage: %1 [--output DIR] [--temp DIR] [--structural-only] [--keep-codecs] [--keep-temp] "
+                   "[--verbose] [--] FILE...\n"
                    "Repairs damaged QuickTime / ISO-media videos (.mov .mp4 .m4v .m4a .f4v). The files "
                    "themselves\n"
                    "are never written: the results go to DIR/Repaired-Video-Files.\n"
@@ -111,6 +113,7 @@ QString UsageText(const QString &program)
                    "  --output DIR       where Repaired-Video-Files is made (default: the current folder)\n"
                    "  --temp DIR         where the private working folder is made (default: /var/tmp)\n"
                    "  --structural-only  fix box headers only, without re-encoding\n"
+                   "  --keep-codecs      keep the original codecs when the file plays without re-encoding\n"
                    "  --keep-temp        keep the working folder and the engine log\n"
                    "  --verbose          show the engine's own diagnostics instead of logging them\n"
                    "  --                 end of options: the names that follow may begin with '-'\n"
@@ -156,14 +159,6 @@ QString CheckOptions(const Options &options)
 QString ResultPath(const QString &outputDir, const QString &source)
 {
     return QDir(outputDir).filePath(QString(ResultFolder) + "/" + QFileInfo(source).fileName());
-}
-
-bool RepairFailed(const QString &source, const QStringList &unsupported, bool workingCopyExists)
-{
-    const QString name = QFileInfo(source).fileName();
-    const bool listed = std::any_of(unsupported.begin(), unsupported.end(),
-                                    [&](const QString &path) { return QFileInfo(path).fileName() == name; });
-    return listed || !workingCopyExists;
 }
 
 QString ProgressLine(const QString &stage, int index, int count, double fraction, const QString &name,

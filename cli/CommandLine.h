@@ -4,7 +4,7 @@
 #include <QStringList>
 
 // The pure parts of corvane-repair: its arguments, the checks made before anything is written, and
-// the rule that turns a run's results into a status per file.
+// the progress line.
 namespace Cli {
 
 enum ExitCode {
@@ -19,6 +19,7 @@ struct Options
     QString outputDir = ".";
     QString tempDir = "/var/tmp";
     bool structuralOnly = false;
+    bool keepCodecs = false;
     bool keepTemp = false;
     bool verbose = false;
     bool help = false;
@@ -40,10 +41,6 @@ QString CheckOptions(const Options &options);
 
 // Where the result of `source` is saved under the output folder.
 QString ResultPath(const QString &outputDir, const QString &source);
-
-// A file failed when its name is among the names of the worker's unsupported list (the rule of the
-// window program), or when it has no working copy left to save.
-bool RepairFailed(const QString &source, const QStringList &unsupported, bool workingCopyExists);
 
 // One line of the progress bar, at most `width` characters:
 // "Re-encoding  2/3 [#######-------------]  35% clip.mov". `fraction` is clamped to [0, 1].

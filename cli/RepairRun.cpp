@@ -87,6 +87,7 @@ int RepairRun::Exec()
     ThreadVideoRepair repair;
     ThreadVideoSaving saver;
     repair.SetReEncodingEnabled(!m_options.structuralOnly);
+    repair.SetKeepOriginalCodecs(m_options.keepCodecs);
     const StopSignal stop(m_console.ErrFd());
 
     bool aborted = false;
@@ -112,12 +113,15 @@ int RepairRun::Exec()
         return finish(ExitInterrupted);
     }
 
-    const QStringList unsupported = repair.UnsupportedList();
+    // One outcome per source, in the order given; a file fails when its result does not play, or
+    // when it has no working copy left to save.
+    const RepairOutcomes outcomes = repair.Outcomes();
     QVector<bool> failed(sources.size());
     QStringList copies, saveNames;
     for (int i = 0; i < sources.size(); ++i) {
         const QString copy = work.path() + "/" + names.at(i);
-        failed[i] = RepairFailed(sources.at(i), unsupported, QFileInfo::exists(copy));
+        failed[i] = i >= outcomes.size() || outcomes.at(i).verdict != RepairOutcome::Verdict::Repaired ||
+                    !QFileInfo::exists(copy);
         if (!failed[i]) {
             copies << copy;
             saveNames << names.at(i);
@@ -171,6 +175,13 @@ int RepairRun::Exec()
             ++repaired;
         m_console.Out((failed[i] ? "Repair Failed: " : "Successfully Repaired: ") + m_options.files.at(i) +
                       note);
+        // The lines the log report gives the file; its status sentence only says why it failed.
+        if (i < outcomes.size() && note.isEmpty()) {
+            const RepairOutcome &o = outcomes.at(i);
+            const QStringList lines = ReportLines(o);
+            for (const QString &line : lines.mid(o.verdict == RepairOutcome::Verdict::Repaired ? 1 : 0))
+                m_console.Out("  " + line);
+        }
     }
 
     const int count = sources.size();

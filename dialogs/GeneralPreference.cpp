@@ -8,6 +8,7 @@
 #include "probes/ShellQuote.h"
 #include "repair/ProcessFlags.h"
 
+#include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QDirIterator>
 #include <QFileInfo>
@@ -23,6 +24,12 @@
 
 namespace
 {
+
+QSettings RepairSettings()
+{
+    return QSettings("Corvane", "CorvaneVideoRepairPreferences");
+}
+const char *const KeepCodecsKey = "KeepOriginalCodecs";
 
 // The page has a fixed width, so each note is given the height its wrapped text needs there;
 // group boxes do not pass the height of wrapped text up on their own.
@@ -75,6 +82,10 @@ GeneralPreference::GeneralPreference(QWidget *parent) : QDialog(parent)
     connect(m_freeRepair, &QPushButton::clicked, this, &GeneralPreference::OnFreeRepairService);
     m_removeTemp = new QPushButton(tr("Remove Temporary Files"));
     connect(m_removeTemp, &QPushButton::clicked, this, &GeneralPreference::OnRemoveTemporaryFiles);
+    m_keepCodecs = new QCheckBox(tr("Keep the original codecs when the file plays without re-encoding"));
+    m_keepCodecs->setChecked(KeepOriginalCodecs());
+    connect(m_keepCodecs, &QCheckBox::toggled, this,
+            [](bool keep) { RepairSettings().setValue(KeepCodecsKey, keep); });
     m_browser = Note(QString());
     m_tempInfo = Note(QString());
     m_status = new QLabel;
@@ -84,6 +95,10 @@ GeneralPreference::GeneralPreference(QWidget *parent) : QDialog(parent)
     layout->addWidget(
         Group(tr("Windows"),
               {Note(tr("Every page opens where you last left it, at the same size.")), m_resetGeometry}));
+    layout->addWidget(Group(tr("Repair"),
+                            {Note(tr("A file whose headers alone were damaged can be saved as it was "
+                                     "recorded, without being encoded again, when it plays as well.")),
+                             m_keepCodecs}));
     layout->addWidget(
         Group(tr("Free Repair Service"),
               {Note(tr("If a video cannot be repaired here, our technicians will try to repair it "
@@ -102,6 +117,11 @@ GeneralPreference::GeneralPreference(QWidget *parent) : QDialog(parent)
 QString GeneralPreference::TempFolder()
 {
     return QStringLiteral("/var/tmp/.CorvaneVideoRepairTemp");
+}
+
+bool GeneralPreference::KeepOriginalCodecs()
+{
+    return RepairSettings().value(KeepCodecsKey, false).toBool();
 }
 
 QString GeneralPreference::StatusText() const

@@ -1,6 +1,10 @@
 // The FFmpeg routines of the re-encoding pass: open the input and its decoders, set up an output of
 // the same container type with re-encoded video and audio, decode and convert packet by packet, and
-// flush the audio encoder. Diagnostics go to the standard streams only; none reaches the user.
+// drain and flush everything at the end. Damage is skipped as the ffmpeg command skips it: a packet a
+// decoder refuses and a frame an encoder refuses are dropped and the file goes on, and pictures keep
+// their place in time, a gap left by lost pictures being filled by repeating the picture before it
+// (as ffmpeg's constant-frame-rate output does) and a gap in the sound by silence. Diagnostics go to
+// the standard streams only; none reaches the user.
 
 #include "repair/AudioPipeline.h"
 #include "repair/SafeFile.h"
@@ -12,10 +16,9 @@ extern "C" {
 #include <libavutil/samplefmt.h>
 }
 
-#include <cerrno>
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace Pipeline {
 
@@ -61,7 +64,30 @@ int64_t videoFrameNumber = 0;
 int64_t lastAudioPts = AV_NOPTS_VALUE;
 SwsContext *img_convert_ctx_in = nullptr;
 
+int64_t videoFramesDecoded = 0;
+int64_t videoFramesSent = 0;
+int64_t videoPacketsWritten = 0;
+int64_t audioPacketsWritten = 0;
+int64_t packetsRefused = 0;
+int64_t writesRefused = 0;
+
 namespace {
+
+// Where the current file's pictures and sound stand in time, counted from the input's first time
+// stamp as the ffmpeg command counts them.
+struct Timeline
+{
+    double origin = 0;              // the input's start time, in seconds
+    double end = 0;                 // gaps are filled up to here (duration and a second); 0 unknown
+    AVRational videoRate = {0, 1};  // the input's frame rate: the unit of picture positions
+    int64_t audioSamplesIn = 0;     // samples converted into the FIFO so far, silence included
+    AVFrame *lastPicture = nullptr; // the last converted picture, repeated to fill a gap
+} timeline;
+
+// A decoder that reports this many failed frames in a row has nothing more to give for now.
+constexpr int MaxErrorsInARow = 64;
+// Without a known duration, a gap is only filled up to this many seconds.
+constexpr double UnboundedGapLimit = 5.0;
 
 // What the resampler was last set up for; a decoded frame that differs gets a new set-up.
 struct ResamplerSetup
@@ -69,7 +95,6 @@ struct ResamplerSetup
     int inFormat = AV_SAMPLE_FMT_NONE;
     int inRate = 0;
     AVChannelLayout inLayout = {};
-    int outFormat = AV_SAMPLE_FMT_NONE;
 } resamplerSetup;
 
 void FreeConvertedSamples()
@@ -81,79 +106,20 @@ void FreeConvertedSamples()
     audio_dst_bufsize = 0;
 }
 
-} // namespace
-
-namespace {
-
-constexpr int OutputBufferSize = 1 << 16;
-
-int WriteOutput(void *opaque, uint8_t *data, int size)
+// A time stamp that points past the end of the file is damage, not a gap to fill.
+bool WithinTimeline(double seconds, double reached)
 {
-    const int fd = int(reinterpret_cast<intptr_t>(opaque));
-    int done = 0;
-    while (done < size) {
-        const ssize_t n = write(fd, data + done, size_t(size - done));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return AVERROR(errno);
-        }
-        done += int(n);
-    }
-    return size;
-}
-
-int64_t SeekOutput(void *opaque, int64_t offset, int whence)
-{
-    const int fd = int(reinterpret_cast<intptr_t>(opaque));
-    if (whence & AVSEEK_SIZE) {
-        struct stat st;
-        return fstat(fd, &st) == 0 ? int64_t(st.st_size) : AVERROR(errno);
-    }
-    const off_t at = lseek(fd, off_t(offset), whence & ~AVSEEK_FORCE);
-    return at < 0 ? AVERROR(errno) : int64_t(at);
+    if (timeline.end > 0)
+        return seconds <= timeline.end;
+    return seconds - reached <= UnboundedGapLimit;
 }
 
 } // namespace
-
-// The muxer writes through our own descriptor rather than opening the name itself, which would
-// follow a link planted in the shared working folder.
-bool OpenOutputIO(const char *path)
-{
-    const int fd = CreateFreshDescriptor(QByteArray(path));
-    if (fd < 0)
-        return false;
-    auto *buffer = static_cast<unsigned char *>(av_malloc(OutputBufferSize));
-    AVIOContext *pb = buffer ? avio_alloc_context(buffer, OutputBufferSize, 1, reinterpret_cast<void *>(intptr_t(fd)),
-                                                  nullptr, WriteOutput, SeekOutput)
-                             : nullptr;
-    if (!pb) {
-        av_free(buffer);
-        close(fd);
-        return false;
-    }
-    output_fmt_ctx->pb = pb;
-    output_fmt_ctx->flags |= AVFMT_FLAG_CUSTOM_IO;
-    return true;
-}
-
-void CloseOutputIO()
-{
-    if (!output_fmt_ctx || !output_fmt_ctx->pb || !(output_fmt_ctx->flags & AVFMT_FLAG_CUSTOM_IO))
-        return;
-    AVIOContext *pb = output_fmt_ctx->pb;
-    avio_flush(pb);
-    const int fd = int(reinterpret_cast<intptr_t>(pb->opaque));
-    av_freep(&pb->buffer);
-    avio_context_free(&pb);
-    output_fmt_ctx->pb = nullptr;
-    close(fd);
-}
 
 void Release()
 {
     if (output_fmt_ctx) {
-        CloseOutputIO();
+        CloseSafeOutput(output_fmt_ctx);
         avformat_free_context(output_fmt_ctx);
         output_fmt_ctx = nullptr;
     }
@@ -172,6 +138,8 @@ void Release()
     FreeConvertedSamples();
     av_packet_free(&input_packet);
     av_channel_layout_uninit(&Audiochannel_layout);
+    av_frame_free(&timeline.lastPicture);
+    timeline = Timeline();
 
     codec_audio = nullptr;
     decoder = nullptr;
@@ -188,6 +156,12 @@ void Release()
     bVideo = false;
     bAudio = false;
     got_frame = 0;
+    videoFramesDecoded = 0;
+    videoFramesSent = 0;
+    videoPacketsWritten = 0;
+    audioPacketsWritten = 0;
+    packetsRefused = 0;
+    writesRefused = 0;
 }
 
 } // namespace Pipeline
@@ -243,25 +217,87 @@ AVSampleFormat EncoderSampleFormat(const AVCodec *codec)
     return codec->sample_fmts[0];
 }
 
-// The sample format the converted samples are in: the audio encoder's once there is one.
-AVSampleFormat ConvertedFormat()
+// Decoders skip damage as the ffmpeg command's "-err_detect ignore_err" asks them to.
+void Lenient(AVCodecContext *ctx, const AVStream *st)
 {
-    return audioEncoderCtx ? audioEncoderCtx->sample_fmt : AV_SAMPLE_FMT_S16;
+    ctx->err_recognition = AV_EF_IGNORE_ERR;
+    ctx->pkt_timebase = st->time_base;
 }
 
-// Sets the resampler up to convert frames of this format, rate and layout into ConvertedFormat(),
-// keeping the rate and the layout. Nothing is done when the set-up already fits.
+// A layout that only gives a channel count is taken as the usual layout for that count.
+void UsualLayout(AVChannelLayout *to, const AVChannelLayout &from)
+{
+    if (from.order == AV_CHANNEL_ORDER_UNSPEC)
+        av_channel_layout_default(to, from.nb_channels);
+    else
+        av_channel_layout_copy(to, &from);
+}
+
+// Room for `samples` converted samples in the encoder's format; false when it cannot be had.
+bool AllocConvertedSamples(int samples)
+{
+    const AVCodecContext *c = audioEncoderCtx;
+    const int channels = c->ch_layout.nb_channels;
+    const int planes = av_sample_fmt_is_planar(c->sample_fmt) ? channels : 1;
+    FreeConvertedSamples();
+    audio_dst_data = static_cast<uint8_t **>(av_calloc(planes > 0 ? planes : 1, sizeof(uint8_t *)));
+    if (!audio_dst_data) {
+        fprintf(stderr, "Could not allocate audio data buffers\n");
+        return false;
+    }
+    if (av_samples_alloc(audio_dst_data, &audio_dst_linesize, channels, samples, c->sample_fmt, 1) < 0) {
+        fprintf(stderr, "Could not allocate audio buffer\n");
+        FreeConvertedSamples();
+        return false;
+    }
+    return true;
+}
+
+// Puts what the resampler gave into the FIFO.
+void QueueConverted(int converted)
+{
+    if (converted <= 0)
+        return;
+    const AVCodecContext *c = audioEncoderCtx;
+    audio_dst_bufsize =
+        av_samples_get_buffer_size(nullptr, c->ch_layout.nb_channels, converted, c->sample_fmt, 1);
+    if (av_audio_fifo_write(audioFifo, reinterpret_cast<void **>(audio_dst_data), converted) == converted)
+        timeline.audioSamplesIn += converted;
+}
+
+// Samples the resampler still holds (rate conversion keeps a few) go into the FIFO.
+void FlushResampler()
+{
+    if (!swr || !swr_is_initialized(swr) || !audioEncoderCtx || !audioFifo)
+        return;
+    for (;;) {
+        const int room = swr_get_out_samples(swr, 0);
+        if (room <= 0 || !AllocConvertedSamples(room))
+            break;
+        const int converted = swr_convert(swr, audio_dst_data, room, nullptr, 0);
+        QueueConverted(converted);
+        FreeConvertedSamples();
+        if (converted <= 0)
+            break;
+    }
+}
+
+// Sets the resampler up to convert frames of this format, rate and layout into the audio encoder's
+// format, rate and layout, which the FIFO and the encoder keep for the whole file whatever the
+// input does (damaged MP3 headers can switch a stream from stereo to mono, or change its rate).
+// Nothing is done when the set-up already fits.
 bool EnsureResampler(int format, int rate, const AVChannelLayout &layout)
 {
-    const int outFormat = ConvertedFormat();
     auto &s = resamplerSetup;
-    if (swr && swr_is_initialized(swr) && s.inFormat == format && s.inRate == rate && s.outFormat == outFormat &&
+    if (swr && swr_is_initialized(swr) && s.inFormat == format && s.inRate == rate &&
         av_channel_layout_compare(&s.inLayout, &layout) == 0)
         return true;
 
+    FlushResampler();
     swr_free(&swr);
-    AVChannelLayout *l = const_cast<AVChannelLayout *>(&layout); // FFmpeg 5.1 takes it non-const
-    if (swr_alloc_set_opts2(&swr, l, AVSampleFormat(outFormat), rate, l, AVSampleFormat(format), rate, 0,
+    AVCodecContext *c = audioEncoderCtx;
+    if (swr_alloc_set_opts2(&swr, &c->ch_layout, c->sample_fmt, c->sample_rate,
+                            const_cast<AVChannelLayout *>(&layout), AVSampleFormat(format), rate, 0,
                             nullptr) < 0 ||
         swr_init(swr) < 0) {
         swr_free(&swr);
@@ -269,10 +305,80 @@ bool EnsureResampler(int format, int rate, const AVChannelLayout &layout)
     }
     s.inFormat = format;
     s.inRate = rate;
-    s.outFormat = outFormat;
     av_channel_layout_uninit(&s.inLayout);
     av_channel_layout_copy(&s.inLayout, &layout);
     return true;
+}
+
+// How many times a decoded picture is sent to the encoder, and how many of those sends repeat the
+// picture before it, as the ffmpeg command's constant-frame-rate output decides: `position` is the
+// picture's time in frames, `next` the output slot it would take. A picture more than a frame late
+// fills the gap (with the picture before it, then itself); one more than a frame early is dropped.
+struct Sends
+{
+    int total = 1;
+    int repeatsOfPrevious = 0;
+};
+
+Sends ConstantRateSends(double position, double next, double duration)
+{
+    Sends s;
+    double delta0 = position - next;
+    const double delta = delta0 + duration;
+    if (delta0 < 0 && delta > 0)
+        delta0 = 0; // a little early: it takes the next slot
+    if (delta < -1.1) {
+        s.total = 0;
+    } else if (delta > 1.1) {
+        s.total = int(std::lrint(delta));
+        if (delta0 > 1.1)
+            s.repeatsOfPrevious = std::min(int(std::lrint(delta0 - 0.6)), s.total);
+    }
+    return s;
+}
+
+Sends SendsFor(const AVFrame *picture)
+{
+    const int64_t ts = picture->best_effort_timestamp;
+    const double rate = av_q2d(timeline.videoRate);
+    if (ts == AV_NOPTS_VALUE || !(rate > 0))
+        return Sends();
+    const double seconds = double(ts) * av_q2d(inStream->time_base) - timeline.origin;
+    if (!WithinTimeline(seconds, double(videoFramesSent) / rate))
+        return Sends();
+    const long duration = std::lrint(double(picture->pkt_duration) * av_q2d(inStream->time_base) * rate);
+    return ConstantRateSends(seconds * rate, double(videoFramesSent), duration > 0 ? double(duration) : 1.0);
+}
+
+// Writes every packet the video encoder has ready.
+void WriteVideoPackets()
+{
+    AVPacket *packet = av_packet_alloc();
+    if (!packet)
+        return;
+    while (avcodec_receive_packet(videoEncoderCtx, packet) >= 0) {
+        packet->stream_index = outStream->index;
+        // Every picture lasts one frame; without a duration the muxer's edit list would end before
+        // the last picture, and players would drop it.
+        if (packet->duration <= 0)
+            packet->duration = 1;
+        av_packet_rescale_ts(packet, videoEncoderCtx->time_base, outStream->time_base);
+        if (av_interleaved_write_frame(output_fmt_ctx, packet) >= 0)
+            ++videoPacketsWritten;
+        else
+            ++writesRefused; // the packet is given up; the file goes on
+        av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+}
+
+void SendPicture(AVFrame *picture)
+{
+    picture->pts = videoFrameNumber++;
+    ++videoFramesSent;
+    if (avcodec_send_frame(videoEncoderCtx, picture) < 0)
+        ++packetsRefused;
+    WriteVideoPackets();
 }
 
 void NoteAudioPacket(const AVPacket *pkt)
@@ -291,6 +397,10 @@ int ThreadVideoRepair::open_audio_input(const char *path)
     if (avformat_find_stream_info(fmt_ctx, nullptr) < 0)
         return -1;
     av_dump_format(fmt_ctx, 0, path, 0);
+    if (fmt_ctx->start_time != AV_NOPTS_VALUE)
+        timeline.origin = double(fmt_ctx->start_time) / AV_TIME_BASE;
+    if (fmt_ctx->duration != AV_NOPTS_VALUE && fmt_ctx->duration > 0)
+        timeline.end = double(fmt_ctx->duration) / AV_TIME_BASE + 1.0;
 
     // No early exit: with several tracks of a kind the last one is used.
     for (unsigned i = 0; i < fmt_ctx->nb_streams; ++i) {
@@ -303,7 +413,8 @@ int ThreadVideoRepair::open_audio_input(const char *path)
     if (audio_stream_index == -1)
         return opened;
 
-    const AVCodecParameters *par = fmt_ctx->streams[audio_stream_index]->codecpar;
+    const AVStream *st = fmt_ctx->streams[audio_stream_index];
+    const AVCodecParameters *par = st->codecpar;
     codec_audio = avcodec_find_decoder(par->codec_id);
     if (!codec_audio)
         return -1;
@@ -313,22 +424,16 @@ int ThreadVideoRepair::open_audio_input(const char *path)
     codec_ctx_audio = avcodec_alloc_context3(codec_audio);
     if (!codec_ctx_audio || avcodec_parameters_to_context(codec_ctx_audio, par) < 0)
         return -1;
+    Lenient(codec_ctx_audio, st);
     AVDictionary *options = nullptr;
     const int open = avcodec_open2(codec_ctx_audio, codec_audio, &options);
     av_dict_free(&options);
     if (open < 0)
         return -1;
 
-    // A layout that only gives a channel count is taken as the usual layout for that count, which
-    // the encoders accept.
-    if (codec_ctx_audio->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
-        av_channel_layout_default(&Audiochannel_layout, codec_ctx_audio->ch_layout.nb_channels);
-    else
-        av_channel_layout_copy(&Audiochannel_layout, &codec_ctx_audio->ch_layout);
-
-    // Only the sample format is converted; rate and layout stay.
-    EnsureResampler(codec_ctx_audio->sample_fmt, codec_ctx_audio->sample_rate, Audiochannel_layout);
-
+    // The encoder takes the stream's opening layout and rate; the resampler, set up once the first
+    // frame and the encoder are there, converts every frame to them.
+    UsualLayout(&Audiochannel_layout, codec_ctx_audio->ch_layout);
     audio_bit_rate = int(codec_ctx_audio->bit_rate);
     Audio_Smple_fmt = codec_ctx_audio->sample_fmt;
     audio_sample_rate = codec_ctx_audio->sample_rate;
@@ -363,6 +468,28 @@ AVStream *ThreadVideoRepair::add_audio_stream(AVFormatContext *oc, const AVCodec
         c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     return st;
 }
+
+namespace {
+
+// Opens the output file and writes its header once its streams are set up.
+int WriteOutputHeader(const char *path, int s)
+{
+    av_dump_format(output_fmt_ctx, 0, path, 1);
+    if (output_format->flags & AVFMT_NOFILE)
+        return s;
+    if (!OpenSafeOutput(output_fmt_ctx, QByteArray(path))) {
+        fprintf(stderr, "Could not open '%s'\n", path);
+        return -1;
+    }
+    if (avformat_write_header(output_fmt_ctx, nullptr) < 0) {
+        fprintf(stderr, "Error occurred when opening output file\n");
+        return -1;
+    }
+    headerWritten = true;
+    return s;
+}
+
+} // namespace
 
 int ThreadVideoRepair::open_encoder(const char *path)
 {
@@ -403,8 +530,9 @@ int ThreadVideoRepair::open_encoder(const char *path)
         }
     }
 
+    // A file of sound alone is re-encoded too: its sound is what it plays.
     if (videoStreamIndex == -1)
-        return -1;
+        return audio_st && audioFifo ? WriteOutputHeader(path, s) : -1;
     if (output_format->video_codec == AV_CODEC_ID_NONE)
         return s;
 
@@ -415,9 +543,8 @@ int ThreadVideoRepair::open_encoder(const char *path)
     videoDecoderCtx = avcodec_alloc_context3(decoder);
     if (!videoDecoderCtx || avcodec_parameters_to_context(videoDecoderCtx, inStream->codecpar) < 0)
         return s;
-    // Slice threads only: frame threads hold frames back, and the pass never drains the decoder.
-    videoDecoderCtx->thread_type = FF_THREAD_SLICE;
-    videoDecoderCtx->thread_count = 0;
+    Lenient(videoDecoderCtx, inStream);
+    videoDecoderCtx->thread_count = 0; // frame threads too: the pass drains the decoder at the end
     if (avcodec_open2(videoDecoderCtx, decoder, nullptr) < 0)
         return s;
 
@@ -434,6 +561,8 @@ int ThreadVideoRepair::open_encoder(const char *path)
         encoder = nullptr;
         return s;
     }
+    // Pictures keep their place at the input's own rate; the output counts them in its 1/fps.
+    timeline.videoRate = av_guess_frame_rate(fmt_ctx, inStream, nullptr);
 
     outStream = avformat_new_stream(output_fmt_ctx, nullptr);
     if (!outStream)
@@ -489,21 +618,7 @@ int ThreadVideoRepair::open_encoder(const char *path)
         return s;
     avcodec_parameters_from_context(outStream->codecpar, out);
     outStream->time_base = out->time_base;
-
-    av_dump_format(output_fmt_ctx, 0, path, 1);
-
-    if (output_format->flags & AVFMT_NOFILE)
-        return s;
-    if (!OpenOutputIO(path)) {
-        fprintf(stderr, "Could not open '%s'\n", path);
-        return -1;
-    }
-    if (avformat_write_header(output_fmt_ctx, nullptr) < 0) {
-        fprintf(stderr, "Error occurred when opening output file\n");
-        return -1;
-    }
-    headerWritten = true;
-    return s;
+    return WriteOutputHeader(path, s);
 }
 
 int ThreadVideoRepair::decode_packet()
@@ -514,124 +629,176 @@ int ThreadVideoRepair::decode_packet()
 
     if (input_packet->stream_index == audio_stream_index && codec_ctx_audio) {
         const int consumed = input_packet->size;
-        int ret = avcodec_send_packet(codec_ctx_audio, input_packet);
+        const int ret = avcodec_send_packet(codec_ctx_audio, input_packet);
         av_packet_unref(input_packet);
         if (ret < 0) {
+            ++packetsRefused;
             fprintf(stderr, "Error decoding audio frame\n");
             return 0;
         }
-        AVFrame *frame = av_frame_alloc();
-        if (!frame)
-            return AVERROR(ENOMEM);
-        while ((ret = avcodec_receive_frame(codec_ctx_audio, frame)) >= 0) {
-            got_frame = 1;
-            bAudio = true;
-            if (!EnsureResampler(frame->format, frame->sample_rate, frame->ch_layout)) {
-                av_frame_unref(frame);
-                continue;
-            }
-            // The converted samples are allocated in the format the resampler writes.
-            const AVSampleFormat outFormat = ConvertedFormat();
-            const int channels = frame->ch_layout.nb_channels;
-            const int planes = av_sample_fmt_is_planar(outFormat) ? channels : 1;
-            FreeConvertedSamples();
-            audio_dst_data = static_cast<uint8_t **>(av_calloc(planes > 0 ? planes : 1, sizeof(uint8_t *)));
-            if (!audio_dst_data) {
-                fprintf(stderr, "Could not allocate audio data buffers\n");
-                av_frame_free(&frame);
-                return AVERROR(ENOMEM);
-            }
-            if (av_samples_alloc(audio_dst_data, &audio_dst_linesize, channels, frame->nb_samples, outFormat,
-                                 1) < 0) {
-                av_frame_free(&frame);
-                fprintf(stderr, "Could not allocate audio buffer\n");
-                return AVERROR(ENOMEM);
-            }
-            const int converted = swr_convert(swr, audio_dst_data, frame->nb_samples,
-                                              const_cast<const uint8_t **>(frame->extended_data),
-                                              frame->nb_samples);
-            if (converted > 0) {
-                audio_dst_bufsize = av_samples_get_buffer_size(nullptr, channels, converted, outFormat, 1);
-                if (audioFifo)
-                    av_audio_fifo_write(audioFifo, reinterpret_cast<void **>(audio_dst_data), converted);
-            }
-            FreeConvertedSamples();
-            av_frame_unref(frame);
-        }
-        av_frame_free(&frame);
-        if (ret != AVERROR(EAGAIN) && ret != AVERROR_EOF) {
-            fprintf(stderr, "Error decoding audio frame\n");
-            return 0;
-        }
+        receive_audio_frames();
         return consumed;
     }
 
     if (input_packet->stream_index == videoStreamIndex && videoDecoderCtx && videoEncoderCtx) {
-        int ret = avcodec_send_packet(videoDecoderCtx, input_packet);
+        const int ret = avcodec_send_packet(videoDecoderCtx, input_packet);
         av_packet_unref(input_packet);
-        if (ret < 0)
+        if (ret < 0) {
+            ++packetsRefused;
             return ret;
-        AVFrame *decoded = av_frame_alloc();
-        AVFrame *converted = av_frame_alloc();
-        AVPacket *packet = av_packet_alloc();
-        int result = 0;
-        if (!decoded || !converted || !packet)
-            result = AVERROR(ENOMEM);
-        while (result == 0 && (ret = avcodec_receive_frame(videoDecoderCtx, decoded)) >= 0) {
-            got_frame = 1;
-            bVideo = true;
-            AVCodecContext *out = videoEncoderCtx;
-            // The scaler reads the picture as it was decoded (its real size and format) and writes
-            // the output geometry.
-            img_convert_ctx_in = sws_getCachedContext(img_convert_ctx_in, decoded->width, decoded->height,
-                                                      AVPixelFormat(decoded->format), out->width, out->height,
-                                                      out->pix_fmt, SWS_BICUBIC, nullptr, nullptr, nullptr);
-            converted->format = out->pix_fmt;
-            converted->width = out->width;
-            converted->height = out->height;
-            if (!img_convert_ctx_in || av_frame_get_buffer(converted, 1) < 0) {
-                result = AVERROR(ENOMEM);
-                break;
-            }
-            sws_scale(img_convert_ctx_in, decoded->data, decoded->linesize, 0, decoded->height, converted->data,
-                      converted->linesize);
-            converted->pts = videoFrameNumber++;
-            av_frame_unref(decoded);
-
-            ret = avcodec_send_frame(out, converted);
-            av_frame_unref(converted);
-            if (ret < 0) {
-                result = ret;
-                break;
-            }
-            bool writeFailed = false;
-            while ((ret = avcodec_receive_packet(out, packet)) >= 0) {
-                packet->stream_index = outStream->index;
-                av_packet_rescale_ts(packet, out->time_base, outStream->time_base);
-                writeFailed = av_interleaved_write_frame(output_fmt_ctx, packet) < 0;
-                av_packet_unref(packet);
-                if (writeFailed)
-                    break;
-            }
-            if (writeFailed) {
-                ret = 0; // the packet is given up; the file's loop goes on
-                break;
-            }
-            if (ret < 0 && ret != AVERROR(EAGAIN) && ret != AVERROR_EOF) {
-                result = ret;
-                break;
-            }
         }
-        if (result == 0 && ret < 0 && ret != AVERROR(EAGAIN) && ret != AVERROR_EOF)
-            result = ret;
-        av_frame_free(&decoded);
-        av_frame_free(&converted);
-        av_packet_free(&packet);
-        return result;
+        return receive_video_frames();
     }
 
     av_packet_unref(input_packet);
     return 0;
+}
+
+int ThreadVideoRepair::receive_video_frames()
+{
+    AVFrame *decoded = av_frame_alloc();
+    if (!decoded)
+        return AVERROR(ENOMEM);
+    int result = 0;
+    int ret;
+    int errors = 0;
+    for (;;) {
+        ret = avcodec_receive_frame(videoDecoderCtx, decoded);
+        if (ret == AVERROR(EAGAIN) || ret == AVERROR_EOF)
+            break;
+        if (ret < 0) {
+            // A picture that failed; the ones after it still come, as they do for ffmpeg (frame
+            // threads report a damaged picture while later ones wait behind it).
+            ++packetsRefused;
+            if (++errors > MaxErrorsInARow)
+                break;
+            continue;
+        }
+        errors = 0;
+        ++videoFramesDecoded;
+        got_frame = 1;
+        bVideo = true;
+        AVCodecContext *out = videoEncoderCtx;
+        // The scaler reads the picture as it was decoded (its real size and format) and writes the
+        // output geometry.
+        img_convert_ctx_in = sws_getCachedContext(img_convert_ctx_in, decoded->width, decoded->height,
+                                                  AVPixelFormat(decoded->format), out->width, out->height,
+                                                  out->pix_fmt, SWS_BICUBIC, nullptr, nullptr, nullptr);
+        AVFrame *converted = av_frame_alloc();
+        if (converted) {
+            converted->format = out->pix_fmt;
+            converted->width = out->width;
+            converted->height = out->height;
+        }
+        if (!img_convert_ctx_in || !converted || av_frame_get_buffer(converted, 1) < 0) {
+            av_frame_free(&converted);
+            av_frame_unref(decoded);
+            result = AVERROR(ENOMEM);
+            continue;
+        }
+        sws_scale(img_convert_ctx_in, decoded->data, decoded->linesize, 0, decoded->height, converted->data,
+                  converted->linesize);
+        const Sends sends = SendsFor(decoded);
+        av_frame_unref(decoded);
+        for (int i = 0; i < sends.total; ++i) {
+            const bool repeat = i < sends.repeatsOfPrevious && timeline.lastPicture;
+            SendPicture(repeat ? timeline.lastPicture : converted);
+        }
+        av_frame_free(&timeline.lastPicture);
+        timeline.lastPicture = converted;
+    }
+    av_frame_free(&decoded);
+    return ret < 0 && ret != AVERROR(EAGAIN) && ret != AVERROR_EOF ? ret : result;
+}
+
+void ThreadVideoRepair::receive_audio_frames()
+{
+    AVFrame *frame = av_frame_alloc();
+    if (!frame)
+        return;
+    int errors = 0;
+    for (;;) {
+        const int ret = avcodec_receive_frame(codec_ctx_audio, frame);
+        if (ret == AVERROR(EAGAIN) || ret == AVERROR_EOF)
+            break;
+        if (ret < 0) {
+            ++packetsRefused;
+            fprintf(stderr, "Error decoding audio frame\n");
+            if (++errors > MaxErrorsInARow)
+                break;
+            continue;
+        }
+        errors = 0;
+        got_frame = 1;
+        bAudio = true;
+        if (audioEncoderCtx && audioFifo && frame->sample_rate > 0) {
+            AVChannelLayout layout = {};
+            UsualLayout(&layout, frame->ch_layout);
+            if (EnsureResampler(frame->format, frame->sample_rate, layout)) {
+                fill_audio_gap(frame->best_effort_timestamp, double(frame->nb_samples) / frame->sample_rate);
+                const int room = swr_get_out_samples(swr, frame->nb_samples);
+                if (room > 0 && AllocConvertedSamples(room))
+                    QueueConverted(swr_convert(swr, audio_dst_data, room,
+                                               const_cast<const uint8_t **>(frame->extended_data),
+                                               frame->nb_samples));
+                FreeConvertedSamples();
+            } else {
+                ++packetsRefused;
+            }
+            av_channel_layout_uninit(&layout);
+        }
+        av_frame_unref(frame);
+    }
+    av_frame_free(&frame);
+}
+
+// Sound that starts later than the converted sound reaches, by more than half of its own length,
+// leaves a gap (lost packets); it is filled with silence, so that what follows keeps its time and its
+// place beside the pictures. Written through the encoder a second at a time, so that a long gap never
+// sits in memory.
+void ThreadVideoRepair::fill_audio_gap(int64_t timestamp, double length)
+{
+    const AVCodecContext *c = audioEncoderCtx;
+    if (timestamp == AV_NOPTS_VALUE || c->sample_rate <= 0)
+        return;
+    const double rate = c->sample_rate;
+    const AVRational base = fmt_ctx->streams[audio_stream_index]->time_base;
+    const double at = double(timestamp) * av_q2d(base) - timeline.origin;
+    const double reached = double(timeline.audioSamplesIn + swr_get_delay(swr, c->sample_rate)) / rate;
+    if (at - reached <= length / 2 || !WithinTimeline(at, reached))
+        return;
+    FlushResampler(); // the sound before the gap comes first
+    int64_t left = std::llround(at * rate) - timeline.audioSamplesIn;
+    const int chunk = c->sample_rate;
+    if (left <= 0 || !AllocConvertedSamples(chunk))
+        return;
+    av_samples_set_silence(audio_dst_data, 0, chunk, c->ch_layout.nb_channels, c->sample_fmt);
+    while (left > 0) {
+        const int n = int(std::min<int64_t>(left, chunk));
+        QueueConverted(n);
+        left -= n;
+        write_audio_frame();
+    }
+    FreeConvertedSamples();
+}
+
+void ThreadVideoRepair::finish_streams()
+{
+    if (videoDecoderCtx && videoEncoderCtx) {
+        avcodec_send_packet(videoDecoderCtx, nullptr);
+        receive_video_frames();
+    }
+    if (codec_ctx_audio) {
+        avcodec_send_packet(codec_ctx_audio, nullptr);
+        receive_audio_frames();
+        FlushResampler();
+    }
+    if (output_fmt_ctx && audio_st)
+        write_delayed_frames(output_fmt_ctx, audio_st);
+    if (videoEncoderCtx && outStream && headerWritten) {
+        avcodec_send_frame(videoEncoderCtx, nullptr);
+        WriteVideoPackets();
+    }
 }
 
 // Hands the audio encoder every whole frame of converted samples waiting in the FIFO, so that it
@@ -667,13 +834,18 @@ void ThreadVideoRepair::write_audio_frame(bool flush)
 
         int ret = avcodec_send_frame(c, frame);
         av_frame_unref(frame);
+        if (ret < 0)
+            ++packetsRefused;
         while (ret >= 0 && (ret = avcodec_receive_packet(c, packet)) >= 0) {
             ++audioFrameCount;
             av_packet_rescale_ts(packet, c->time_base, audio_st->time_base);
             packet->flags |= AV_PKT_FLAG_KEY;
             packet->stream_index = audio_st->index;
             NoteAudioPacket(packet);
-            av_interleaved_write_frame(output_fmt_ctx, packet);
+            if (av_interleaved_write_frame(output_fmt_ctx, packet) >= 0)
+                ++audioPacketsWritten;
+            else
+                ++writesRefused;
             av_packet_unref(packet);
         }
     }
@@ -705,10 +877,15 @@ void ThreadVideoRepair::write_delayed_frames(AVFormatContext *oc, AVStream *st)
         av_packet_rescale_ts(packet, c->time_base, st->time_base);
         packet->stream_index = st->index;
         NoteAudioPacket(packet);
-        // Written twice on purpose: the first call takes the packet, the second gets it empty.
-        if (av_interleaved_write_frame(oc, packet) >= 0)
+        // Written once. A second write of the same packet, once made here on purpose, handed the
+        // muxer an empty packet whose made-up time stamp made it refuse the next real one, so the
+        // last sound of every file was lost.
+        if (av_interleaved_write_frame(oc, packet) >= 0) {
             m_WriteFrame = true;
-        av_interleaved_write_frame(oc, packet);
+            ++audioPacketsWritten;
+        } else {
+            ++writesRefused;
+        }
         av_packet_unref(packet);
     }
     av_packet_free(&packet);

@@ -50,7 +50,8 @@ extern AVStream *outStream;
 extern const AVCodec *encoder;             // null: no video encoder, the file is not transcoded
 extern AVCodecContext *videoEncoderCtx;   // encoder context of outStream
 extern int audioFrameCount;
-extern bool m_WriteFrame;                  // set by the first flushed audio packet written; never cleared
+extern bool m_WriteFrame;                  // set by the first flushed audio packet written; never cleared.
+                                           // It no longer gates the trailer (see ReEncodePass.cpp)
 extern bool bVideo;
 extern bool bAudio;
 extern double audio_pts;
@@ -63,11 +64,13 @@ extern int64_t videoFrameNumber;           // pts of the next converted picture,
 extern int64_t lastAudioPts;               // pts of the last audio packet written, in audio_st's time base
 extern SwsContext *img_convert_ctx_in;
 
-// Opens the output file for the muxer through a descriptor of our own (see repair/SafeFile.h);
-// false when it cannot be made.
-bool OpenOutputIO(const char *path);
-// Flushes and closes the output file, if one is open.
-void CloseOutputIO();
+// What the pass did with the current file, for the verdict on its output.
+extern int64_t videoFramesDecoded;         // pictures the video decoder returned
+extern int64_t videoFramesSent;            // pictures handed to the encoder, repeats that fill gaps included
+extern int64_t videoPacketsWritten;        // video packets the muxer took
+extern int64_t audioPacketsWritten;        // audio packets the muxer took
+extern int64_t packetsRefused;             // input packets a decoder refused, and frames an encoder refused
+extern int64_t writesRefused;              // encoded packets the muxer refused
 
 // Releases every object of the current file and clears the per-file state. m_WriteFrame and
 // audioFrameCount are process-wide and survive.

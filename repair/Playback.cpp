@@ -1,5 +1,8 @@
 #include "repair/Playback.h"
 
+#include "repair/AvOwners.h"
+#include "repair/ReadPacket.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -14,17 +17,8 @@ namespace {
 
 // Sound differences below this are noise between two muxings of the same samples.
 constexpr double AudioTolerance = 0.05;
-
-struct FormatCloser
-{
-    void operator()(AVFormatContext *f) const { avformat_close_input(&f); }
-};
-struct CodecFreer
-{
-    void operator()(AVCodecContext *c) const { avcodec_free_context(&c); }
-};
-using FormatPtr = std::unique_ptr<AVFormatContext, FormatCloser>;
-using CodecPtr = std::unique_ptr<AVCodecContext, CodecFreer>;
+// A decoder that reports this many failed frames in a row has nothing more to give for now.
+constexpr int MaxErrorsInARow = 64;
 
 // The first stream of a kind, as "-map 0:v:0" picks it; cover pictures are not video.
 int FirstStream(const AVFormatContext *fmt, AVMediaType type)
@@ -91,7 +85,8 @@ public:
         m_frame = av_frame_alloc();
         if (packet && m_frame) {
             // A read error ends the input as the end of the file does, as it does for ffmpeg.
-            while (!Done() && av_read_frame(m_fmt.get(), packet) >= 0) {
+            const int audio = m_audioDec ? m_audio : -1, video = m_videoDec ? m_video : -1;
+            while (!Done() && ReadPacket(m_fmt.get(), packet, audio, video) >= 0) {
                 if (packet->stream_index == m_video && m_videoDec)
                     Decode(m_videoDec.get(), packet, true);
                 else if (packet->stream_index == m_audio && m_audioDec)
@@ -118,12 +113,22 @@ private:
         return m_firstOnly && m_result.Plays();
     }
 
-    // A packet the decoder refuses is dropped, as ffmpeg drops it; the count goes on.
+    // A packet the decoder refuses is dropped, as ffmpeg drops it; the count goes on. A frame that
+    // fails does not end the frames behind it (frame threads report a damaged picture while later
+    // ones wait), so they are asked for until the decoder has none.
     void Decode(AVCodecContext *dec, const AVPacket *packet, bool video)
     {
         if (avcodec_send_packet(dec, packet) < 0 && packet)
             return;
-        while (avcodec_receive_frame(dec, m_frame) >= 0) {
+        for (int errors = 0; errors <= MaxErrorsInARow;) {
+            const int ret = avcodec_receive_frame(dec, m_frame);
+            if (ret == AVERROR(EAGAIN) || ret == AVERROR_EOF)
+                break;
+            if (ret < 0) {
+                ++errors;
+                continue;
+            }
+            errors = 0;
             if (video)
                 ++m_result.videoFrames;
             else if (m_frame->sample_rate > 0)

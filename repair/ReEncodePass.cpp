@@ -1,10 +1,16 @@
-// Second pass of a run: each working copy is re-encoded through FFmpeg into D/"000"N, staged as
-// D/"00"N and renamed over the working copy D/N. Files whose streams cannot be handled are listed as
-// unsupported and their working copies removed; where transcoding cannot start, the working copy
-// from the structural pass stays as the result.
+// Second pass of a run: each working copy is re-encoded through FFmpeg into D/"000"N, checked, and
+// staged as D/"00"N over the working copy D/N. When the re-encode cannot be trusted to hold all the
+// working copy plays (it failed, ended early or lost pictures), a stream copy D/"0000"N of the
+// working copy, the working copy itself and, when the structural pass changed it, the file as the
+// user gave it are measured too, and the one that plays the most becomes the result: a file is never
+// left playing less than it did. Files refused for their streams, and files of which nothing plays,
+// are listed as failed and their working copies removed.
 
 #include "repair/AudioPipeline.h"
+#include "repair/OutputCheck.h"
 #include "repair/RepairContext.h"
+#include "repair/ReadPacket.h"
+#include "repair/Remux.h"
 #include "repair/SafeFile.h"
 #include "repair/ThreadVideoRepair.h"
 
@@ -14,33 +20,34 @@ extern "C" {
 
 #include <QFile>
 #include <QFileInfo>
-#include <QMutexLocker>
 
-#include <algorithm>
 #include <cstdio>
-#include <vector>
 
 using namespace Pipeline;
 
 namespace {
 
-constexpr quint64 StagingChunk = 1024;
-
-// Copies the open output (pHandle) into `staging` in small chunks so that a stop is seen often.
-// Returns false when a stop cut the copy short.
-bool CopyToStaging(const QString &output, FILE *staging)
+// Whether the re-encode holds every picture and sample the pass decoded, with its index whole.
+bool ReEncodeIsWhole(const QString &output, bool reachedEnd, bool trailerWritten)
 {
-    const quint64 size = quint64(QFileInfo(output).size());
-    quint64 left = size;
-    std::vector<char> buffer;
-    while (left > 0 && !bStopFlag) {
-        const quint64 n = std::min(left, StagingChunk);
-        buffer.assign(n, 0);
-        (void)fread(buffer.data(), 1, n, pHandle);
-        (void)fwrite(buffer.data(), 1, n, staging);
-        left -= n;
-    }
-    return left == 0;
+    if (!headerWritten || !trailerWritten || !reachedEnd || writesRefused > 0)
+        return false;
+    if (videoPacketsWritten != videoFramesSent || videoFramesSent < videoFramesDecoded)
+        return false;
+    return OutputIsWhole(output, videoPacketsWritten, audioPacketsWritten);
+}
+
+// What the checked re-encode plays, from what the pass wrote into it.
+Playback WrittenPlayback()
+{
+    Playback p;
+    p.opens = true;
+    p.hasVideo = outStream != nullptr;
+    p.hasAudio = audio_st != nullptr;
+    p.videoFrames = videoPacketsWritten;
+    if (audioEncoderCtx && audioEncoderCtx->sample_rate > 0)
+        p.audioSeconds = double(audioSamplesQueued) / audioEncoderCtx->sample_rate;
+    return p;
 }
 
 } // namespace
@@ -66,7 +73,11 @@ void ThreadVideoRepair::ReRepairFiles(QStringList files)
         const QString folder = info.path();
         const QString name = info.fileName();
         const QString output = folder + "/000" + name;
-        const QString staging = folder + "/00" + name;
+        const QString remuxed = folder + "/0000" + name;
+        const QString source = SourceOf(path);
+        const bool rewritten = m_rewrittenCopies.contains(path) && !source.isEmpty();
+        const bool keepCodecs = m_keepCodecs;
+        const QString asItIs = rewritten ? "headers" : "original";
 
         audio_stream_index = -1;
         videoStreamIndex = -1;
@@ -74,24 +85,36 @@ void ThreadVideoRepair::ReRepairFiles(QStringList files)
         Q_EMIT Info(tr("Repairing ") + name + tr(" file"));
         Q_EMIT MaxProgress(static_cast<unsigned long>(info.size()));
 
+        QList<Candidate> candidates;
         const int r = open_audio_input(QFile::encodeName(path).constData());
         if (r < 0) {
-            QMutexLocker locker(&m_resultMutex);
-            m_unsupportedList.append(path);
-            QFile::remove(path);
-        }
-
-        if (fmt_ctx && r != -1) {
+            // The stream walk comes after the file was read: a failure after it is the audio codec's.
+            const bool refused = audio_stream_index != -1;
+            Pipeline::Release();
+            if (refused) {
+                Judge(path, RepairOutcome::Verdict::UnsupportedCodec, Playback(), QString());
+                QFile::remove(path);
+                continue;
+            }
+            // FFmpeg cannot read the working copy; its source may still play.
+            candidates << Candidate{path, asItIs, {}};
+            if (rewritten)
+                candidates << Candidate{source, "original", {}};
+        } else {
             const QByteArray outputName = QFile::encodeName(output);
             const int e = open_encoder(outputName.constData());
+            int read = AVERROR_EOF;
+            bool trailerWritten = false;
             // Nothing goes into an output whose header was not written.
-            if (e != -1 && encoder && headerWritten) {
+            if (e != -1 && headerWritten) {
                 input_packet = av_packet_alloc();
-                while (input_packet && av_read_frame(fmt_ctx, input_packet) >= 0) {
+                const int audio = audio_stream_index, video = videoStreamIndex;
+                while (input_packet && (read = ReadPacket(fmt_ctx, input_packet, audio, video)) >= 0) {
                     if (bStopFlag)
                         break;
-                    if (decode_packet() < 0)
-                        break;
+                    // A packet a decoder refuses is dropped and the file goes on, as the ffmpeg
+                    // command goes on; only the end of the input or a read error ends the loop.
+                    decode_packet();
                     if (bVideo) {
                         bVideo = false;
                         continue;
@@ -106,44 +129,76 @@ void ThreadVideoRepair::ReRepairFiles(QStringList files)
                     bAudio = false;
                 }
                 fflush(stdout);
+                finish_streams();
+                // Every output whose header was written gets its trailer: without it the file has
+                // no index and plays nothing. (It once waited for a flushed audio packet, so a
+                // video-only file repaired first in a process lost its result.)
+                trailerWritten = av_write_trailer(output_fmt_ctx) >= 0;
+                CloseSafeOutput(output_fmt_ctx);
             }
-            if (headerWritten) {
-                if (output_fmt_ctx && audio_st)
-                    write_delayed_frames(output_fmt_ctx, audio_st);
-                if (m_WriteFrame)
-                    av_write_trailer(output_fmt_ctx);
-                // The output must be complete on disk before it is copied.
-                Pipeline::CloseOutputIO();
-                pHandle = OpenExistingNoFollow(outputName);
+            if (bStopFlag) {
+                // The pass ends here: the output stays open beside the working copy, which is left
+                // as it was; the next pass releases both.
+                if (headerWritten)
+                    pHandle = OpenExistingNoFollow(outputName);
+                return;
             }
-        }
+            const bool whole = ReEncodeIsWhole(output, read == AVERROR_EOF, trailerWritten);
+            fprintf(stderr,
+                    "%s: %lld pictures decoded, %lld sent, %lld written; %lld sound packets written; %lld "
+                    "packets or frames refused; %s\n",
+                    outputName.constData(), (long long)videoFramesDecoded, (long long)videoFramesSent,
+                    (long long)videoPacketsWritten, (long long)audioPacketsWritten, (long long)packetsRefused,
+                    whole ? "whole" : "not whole");
+            const Playback written = WrittenPlayback();
+            const bool made = headerWritten;
+            Pipeline::Release();
 
-        if (pHandle) {
+            if (whole && written.Plays() && !keepCodecs && !rewritten &&
+                ReplaceWorkingCopy(path, output, true)) {
+                // The cheap verdict: every decoded picture is in a checked output.
+                Judge(path, RepairOutcome::Verdict::Repaired, written, "re-encoded");
+                continue;
+            }
             if (bStopFlag)
-                return; // the output stays beside the working copy; released by the next pass
-            FILE *stage = CreateFresh(QFile::encodeName(staging));
-            if (stage) {
-                const bool complete = CopyToStaging(output, stage);
-                fclose(stage);
-                if (!complete) {
-                    // A stop during the copy: replacing the working copy with a cut-off file would
-                    // lose the result, so it stays, and so does the output.
-                    QFile::remove(staging);
-                    fclose(pHandle);
-                    pHandle = nullptr;
-                    Pipeline::Release();
-                    return;
-                }
+                return; // the output stays beside the working copy
+            const bool trusted = whole && written.Plays();
+            if (made)
+                candidates << Candidate{output, "re-encoded", {}};
+            if (!trusted || keepCodecs) {
+                const RemuxResult copy = Remux(path, remuxed, &bStopFlag);
+                if (copy.finished)
+                    candidates.insert(keepCodecs ? 0 : candidates.size(), Candidate{remuxed, "remuxed", {}});
             }
-            fclose(pHandle);
-            pHandle = nullptr;
-            QFile::remove(path);
-            QFile::remove(output);
-            QFile::rename(staging, path);
-            QMutexLocker locker(&m_resultMutex);
-            m_repairedPath = path;
+            if (!trusted)
+                candidates << Candidate{path, asItIs, {}};
+            if (rewritten)
+                candidates << Candidate{source, "original", {}};
         }
 
-        Pipeline::Release();
+        const int best = PickBest(candidates);
+        if (best < 0) { // a stop
+            QFile::remove(remuxed);
+            return;
+        }
+        Candidate winner = candidates.at(best);
+        if (winner.plays.Plays() && winner.path != path &&
+            !ReplaceWorkingCopy(path, winner.path, winner.path != source)) {
+            if (bStopFlag) {
+                QFile::remove(remuxed);
+                return;
+            }
+            // The result could not take the working copy's place, which stays as it was.
+            winner = Candidate{path, asItIs, MeasurePlayback(path, &bStopFlag)};
+        }
+        const bool plays = winner.plays.Plays();
+        QFile::remove(output);
+        QFile::remove(remuxed);
+        if (plays) {
+            Judge(path, RepairOutcome::Verdict::Repaired, winner.plays, winner.madeBy);
+        } else {
+            Judge(path, RepairOutcome::Verdict::NotPlayable, winner.plays, QString());
+            QFile::remove(path);
+        }
     }
 }

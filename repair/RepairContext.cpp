@@ -1,5 +1,6 @@
 #include "repair/RepairContext.h"
 
+#include <cstring>
 #include <limits>
 #include <sys/types.h>
 
@@ -7,6 +8,10 @@ FILE *pHandle = nullptr;
 quint64 dwOffset = 0;
 
 namespace RepairIO {
+
+namespace {
+quint64 changedWords = 0;
+}
 
 bool Seek(quint64 pos)
 {
@@ -25,10 +30,18 @@ quint32 ReadWord(quint64 pos)
 
 void WriteWord(quint64 pos, quint32 word)
 {
-    if (!Seek(pos))
-        return;
     const unsigned char b[4] = {quint8(word >> 24), quint8(word >> 16), quint8(word >> 8), quint8(word)};
-    (void)fwrite(b, 1, 4, pHandle);
+    unsigned char held[4] = {0, 0, 0, 0};
+    // A word only partly inside the file is written, so that the file grows as it always has.
+    if (!Seek(pos) || (fread(held, 1, 4, pHandle) == 4 && memcmp(held, b, 4) == 0))
+        return;
+    if (Seek(pos) && fwrite(b, 1, 4, pHandle) == 4)
+        ++changedWords;
+}
+
+quint64 ChangedWords()
+{
+    return changedWords;
 }
 
 quint64 FileLength()

@@ -37,7 +37,10 @@ namespace RepairIO {
 bool Seek(quint64 pos);
 quint32 ReadWord(quint64 pos);
 inline quint32 ReadSize(quint64 pos) { return ReadWord(pos); }
+// Writes only when the word differs from what the file holds there; every write that changes the
+// file is counted, so that the repair knows whether a working copy still has its source's bytes.
 void WriteWord(quint64 pos, quint32 word);
+quint64 ChangedWords();
 // Current length of the open file in bytes, 0 when none is open.
 quint64 FileLength();
 } // namespace RepairIO

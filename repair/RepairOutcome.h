@@ -27,3 +27,8 @@ struct RepairOutcome
 };
 
 using RepairOutcomes = QList<RepairOutcome>;
+
+// What the log report and the command line say of a file: its status sentence first ("Successfully
+// Repaired.", or why it failed), then the lines that tell how it was repaired (an index rebuilt, the
+// values a rebuild had to assume). Both show every line, so that what is added here reaches both.
+QStringList ReportLines(const RepairOutcome &outcome);

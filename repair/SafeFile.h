@@ -16,3 +16,11 @@ FILE *OpenExistingNoFollow(const QByteArray &path);
 // nothing planted in between can redirect the write. Null on failure.
 FILE *CreateFresh(const QByteArray &path);
 int CreateFreshDescriptor(const QByteArray &path);
+
+struct AVFormatContext;
+
+// Gives a muxer an output written through a descriptor made by CreateFreshDescriptor rather than
+// one the muxer opens by name. False when the file cannot be made.
+bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path);
+// Flushes and closes that output, if one is open.
+void CloseSafeOutput(AVFormatContext *ctx);

@@ -64,10 +64,13 @@ void ThreadVideoRepair::RepairFiles(QStringList files)
             bool zero = true;
             for (unsigned char b : firstEight)
                 zero = zero && b == 0;
+            const quint64 changedBefore = RepairIO::ChangedWords();
             if (!bStopFlag)
                 ScanFile(size, zero);
             fclose(pHandle);
             pHandle = nullptr;
+            if (RepairIO::ChangedWords() != changedBefore)
+                m_rewrittenCopies.insert(path);
         }
     }
 

@@ -63,6 +63,16 @@ bool ThreadVideoRepair::ReEncodingEnabled() const
     return m_reEncode;
 }
 
+void ThreadVideoRepair::SetKeepOriginalCodecs(bool keep)
+{
+    m_keepCodecs = keep;
+}
+
+bool ThreadVideoRepair::KeepOriginalCodecs() const
+{
+    return m_keepCodecs;
+}
+
 void ThreadVideoRepair::run()
 {
     QMutexLocker locker(&m_mutex);
@@ -86,6 +96,21 @@ void ThreadVideoRepair::OnRepair()
     const int n = m_sourceFiles.size();
     Q_EMIT MaxProgress(static_cast<unsigned long>(n));
 
+    // Every file starts unjudged: a run that ends early leaves it so.
+    RepairOutcomes outcomes;
+    for (const QString &source : qAsConst(m_sourceFiles)) {
+        RepairOutcome o;
+        o.source = source;
+        o.workingCopy = m_tempFolder + "/" + QFileInfo(source).fileName();
+        o.verdict = RepairOutcome::Verdict::NotPlayable;
+        outcomes << o;
+    }
+    {
+        QMutexLocker locker(&m_resultMutex);
+        m_outcomes = outcomes;
+    }
+    m_rewrittenCopies.clear();
+
     QStringList workingCopies;
     for (int i = 0; i < n && !bStopFlag; ++i) {
         const QString fileName = QFileInfo(m_sourceFiles.at(i)).fileName();
@@ -100,4 +125,6 @@ void ThreadVideoRepair::OnRepair()
 
     if (!bStopFlag)
         RepairFiles(workingCopies);
+    if (!bStopFlag && !m_reEncode)
+        JudgeHeaderRepairs(workingCopies);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMutex>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QThread>
@@ -30,17 +31,21 @@ public:
     // Asks the run that is going to stop (bStopFlag); false when none is going any more.
     bool RequestStop();
 
-    // Working copies the re-encoding pass could not handle; the repair page reads and clears it at
-    // the end of a run.
+    // Working copies whose repair failed (refused for their codecs, or nothing at hand plays); the
+    // repair page reads and clears it at the end of a run.
     QStringList UnsupportedList() const;
     void ClearUnsupportedList();
     QString RepairedPath() const;
-    // One entry per file of the last run, in run order.
+    // One entry per source file of the last run, in run order.
     RepairOutcomes Outcomes() const;
 
     // With re-encoding off, a run stops after the structural pass (header fixes only).
     void SetReEncodingEnabled(bool enabled);
     bool ReEncodingEnabled() const;
+    // With it on, a stream copy of a file that plays as much as its re-encoded version is the result:
+    // the file keeps its original codecs.
+    void SetKeepOriginalCodecs(bool keep);
+    bool KeepOriginalCodecs() const;
 
     void OnRepair();
     void RepairFiles(QStringList files);
@@ -66,6 +71,16 @@ public:
     int decode_packet();
     void write_audio_frame(bool flush = false);
     void write_delayed_frames(AVFormatContext *oc, AVStream *st);
+    // Encodes every picture the video decoder has ready; returns a negative value when it failed.
+    int receive_video_frames();
+    // Converts every frame of sound the audio decoder has ready into the FIFO.
+    void receive_audio_frames();
+    // Fills the gap before `length` seconds of sound that start at `timestamp` (input time base)
+    // with silence.
+    void fill_audio_gap(int64_t timestamp, double length);
+    // Drains both decoders and the resampler and flushes both encoders, so that the last pictures
+    // and samples reach the output before its trailer.
+    void finish_streams();
 
 Q_SIGNALS:
     void RepairFinish();
@@ -86,8 +101,33 @@ protected:
     QStringList m_unsupportedList;
     QString m_repairedPath;
     RepairOutcomes m_outcomes;
+    // Working copies whose bytes the structural pass changed: their sources are candidates too.
+    // Worker thread only.
+    QSet<QString> m_rewrittenCopies;
 
 private:
+    // A file that may become a working copy's result.
+    struct Candidate
+    {
+        QString path;
+        QString madeBy; // as RepairOutcome::madeBy words it
+        Playback plays; // filled in when it is measured
+    };
+    // The file a working copy was copied from; empty when the run did not make it.
+    QString SourceOf(const QString &workingCopy) const;
+    // Records the outcome of every file of the run whose working copy is `workingCopy`; a failed
+    // file is listed as unsupported.
+    void Judge(const QString &workingCopy, RepairOutcome::Verdict verdict, const Playback &plays,
+               const QString &madeBy);
+    // Measures the candidates and returns the index of the one that plays the most, the first of
+    // equals; -1 when a stop came first.
+    int PickBest(QList<Candidate> &candidates);
+    // Copies `from` over the working copy through its staging file. False when that could not be
+    // done (no staging file, or a stop during the copy): the working copy is then as it was.
+    bool ReplaceWorkingCopy(const QString &workingCopy, const QString &from, bool fromWorkingFolder);
+    // The verdict of a run without re-encoding.
+    void JudgeHeaderRepairs(const QStringList &files);
+
     void ScanFile(quint64 fileSize, bool firstEightZero);
     bool Dispatch(quint32 word, quint64 T);
     void SearchCompositionOffsets(quint64 T);
@@ -98,5 +138,6 @@ private:
     QStringList m_sourceFiles;
     QString m_tempFolder;
     std::atomic<bool> m_reEncode{true};
+    std::atomic<bool> m_keepCodecs{false};
     WorkerRun m_run;
 };

@@ -1,9 +1,21 @@
 #include "pages/repair/RepairResults.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 QStringList mY_unsupportedList;
 QStringList AllFiles;
+RepairOutcomes lstRepairOutcomes;
+
+RepairOutcome OutcomeOf(const QString &name, RepairOutcome::Verdict verdict)
+{
+    for (const RepairOutcome &o : qAsConst(lstRepairOutcomes))
+        if (QFileInfo(o.source).fileName() == name)
+            return o;
+    RepairOutcome o;
+    o.verdict = verdict;
+    return o;
+}
 
 QString GetSizeOfItem(qint64 bytes)
 {

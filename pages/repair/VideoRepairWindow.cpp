@@ -9,6 +9,7 @@
 #include "app/AppGlobals.h"
 #include "app/MainWindow.h"
 #include "app/BrowserRoutes.h"
+#include "dialogs/GeneralPreference.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "ui_VideoRepairWin.h"
@@ -491,6 +492,7 @@ void VideoRepairWindow::OnRepairVideoFiles()
     ui->PreviewButton->setEnabled(false);
     SetRunningControls(true);
     m_running = true;
+    m_worker.SetKeepOriginalCodecs(GeneralPreference::KeepOriginalCodecs());
     m_worker.SetInitialSettings(paths, folder);
 }
 
@@ -560,25 +562,22 @@ void VideoRepairWindow::OnRepairFinish()
     // The save page takes a deep copy of the list, the results of every row with it.
     m_savingWindow = new VideoSavingWindow(nullptr, static_cast<MyRightTreeWidgetItem *>(m_root->clone()));
 
-    // Outcome by file name: a row fails when its name is that of a working copy the re-encoding pass
-    // could not handle. Two ticked files of one name therefore share one outcome.
-    const QStringList failed = m_worker.UnsupportedList();
+    // Outcome by file name: a row is repaired only when its file's result plays. Two ticked files of
+    // one name share one working copy, and so one outcome.
+    lstRepairOutcomes = m_worker.Outcomes();
     for (QTreeWidgetItem *row : AllRows(m_savingWindow->Tree())) {
         const QString name = row->text(MyRightTreeWidgetItem::Name);
-        bool matched = false;
-        for (const QString &path : failed) {
-            if (name == QFileInfo(path).fileName()) {
-                mY_unsupportedList << name;
-                row->setText(StatusColumn, tr("Repair Failed"));
-                row->setForeground(StatusColumn, QColor("Red"));
-                matched = true;
-                break;
-            }
-        }
-        if (!matched && name != RootText) {
+        if (name == RootText)
+            continue;
+        const RepairOutcome outcome = OutcomeOf(name, RepairOutcome::Verdict::NotPlayable);
+        if (outcome.verdict == RepairOutcome::Verdict::Repaired) {
             row->setText(StatusColumn, tr("Successfully Repaired"));
             row->setForeground(StatusColumn, QColor("Green"));
             AllFiles << name;
+        } else {
+            mY_unsupportedList << name;
+            row->setText(StatusColumn, tr("Repair Failed"));
+            row->setForeground(StatusColumn, QColor("Red"));
         }
     }
     m_worker.ClearUnsupportedList();

@@ -48,12 +48,20 @@ void LogReportDlg::OnLogReportStatus()
     cursor.insertBlock();
     edit->setAlignment(Qt::AlignLeft);
 
+    // A file's status sentence and the lines after it come from its outcome, as the command line's.
+    auto details = [&](const QStringList &lines) {
+        for (const QString &line : lines)
+            cursor.insertText(line + "\n", plain);
+    };
+
     for (const QString &name : qAsConst(mY_unsupportedList)) {
+        const QStringList lines = ReportLines(OutcomeOf(name, RepairOutcome::Verdict::UnsupportedCodec));
         cursor.insertText(tr("Video File Name : ") + name + "\n", plain);
         cursor.insertText(tr("File Status:"), plain);
         edit->moveCursor(QTextCursor::End);
         edit->setTextColor(QColor("Red"));
-        edit->append(tr("Failed due to unsupported Audio or Video codecs.\n"));
+        edit->append(lines.first() + "\n");
+        details(lines.mid(1));
         cursor.insertText(tr("Date and Time: "), plain);
         cursor.insertText("   ", plain);
         cursor.insertText(stamp, plain);
@@ -64,10 +72,12 @@ void LogReportDlg::OnLogReportStatus()
     }
 
     for (const QString &name : qAsConst(AllFiles)) {
+        const QStringList lines = ReportLines(OutcomeOf(name, RepairOutcome::Verdict::Repaired));
         cursor.insertText(tr("Video File Name : ") + name + "\n", plain);
         cursor.insertText(tr("File Status: "), plain);
         edit->setTextColor(QColor("Green"));
-        edit->append(tr("Successfully Repaired. \n"));
+        edit->append(lines.first() + " \n");
+        details(lines.mid(1));
         cursor.insertText(tr("Date and Time: "), plain);
         cursor.insertText("   ", plain);
         cursor.insertText(stamp, plain);

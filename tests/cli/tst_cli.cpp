@@ -1,4 +1,4 @@
-// corvane-repair's parts below the run: its arguments, the checks before a run and the status rule.
+// corvane-repair's parts below the run: its arguments and the checks before a run.
 // tst_clirun runs the program itself.
 
 #include "Bytes.h"
@@ -38,8 +38,8 @@ private Q_SLOTS:
         QTest::newRow("defaults") << QStringList{"a.mov"} << ". /var/tmp  a.mov";
         QTest::newRow("every option, values after =, options between files")
             << QStringList{"--output=o",        "a",           "--temp",    "/x=y",
-                           "--structural-only", "--keep-temp", "--verbose", "b"}
-            << "o /x=y SKV a|b";
+                           "--structural-only", "--keep-temp", "--verbose", "b", "--keep-codecs"}
+            << "o /x=y SCKV a|b";
         QTest::newRow("-- ends the options") << QStringList{"--keep-temp", "--", "-x.mov", "--verbose", "--"}
                                              << ". /var/tmp K -x.mov|--verbose|--";
         QTest::newRow("the last value counts") << QStringList{"--temp", "x", "a", "--temp=y"} << ". y  a";
@@ -64,7 +64,8 @@ private Q_SLOTS:
         }
         QString flags;
         for (auto [set, letter] :
-             {std::pair{o.structuralOnly, 'S'}, {o.keepTemp, 'K'}, {o.verbose, 'V'}, {o.help, 'H'}})
+             {std::pair{o.structuralOnly, 'S'}, {o.keepCodecs, 'C'}, {o.keepTemp, 'K'}, {o.verbose, 'V'},
+              {o.help, 'H'}})
             flags += set ? QString(letter) : QString();
         QCOMPARE(QStringList({o.outputDir, o.tempDir, flags, o.files.join('|')}).join(' '), expected);
     }
@@ -105,25 +106,6 @@ private Q_SLOTS:
         options.tempDir = At(temp);
         const QString reason = CheckOptions(options);
         QVERIFY2(error.isEmpty() ? reason.isEmpty() : reason.startsWith(At(error)), qPrintable(reason));
-    }
-
-    void status_data()
-    {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<bool>("copyExists");
-        QTest::addColumn<bool>("failed");
-
-        QTest::newRow("listed by name, in another folder") << "/home/u/clip.mp4" << true << true;
-        QTest::newRow("part of a listed name") << "/home/u/lip.mp4" << true << false;
-        QTest::newRow("working copy gone") << "/home/u/a.mov" << false << true;
-    }
-
-    void status()
-    {
-        QFETCH(QString, source);
-        QFETCH(bool, copyExists);
-        QFETCH(bool, failed);
-        QCOMPARE(RepairFailed(source, {"/var/tmp/w/x.mov", "/var/tmp/w/clip.mp4"}, copyExists), failed);
     }
 };
 

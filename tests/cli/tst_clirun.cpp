@@ -84,6 +84,7 @@ private Q_SLOTS:
         longer.seconds = 20;
         QVERIFY(Fixtures::Make(m_in + "/good1.mp4") && Fixtures::Make(m_in + "/good2.mov"));
         QVERIFY(Fixtures::Make(m_in + "/pcm.mov", pcm) && Fixtures::Make(m_in + "/long.mp4", longer));
+        QVERIFY(Bytes::WriteFile(m_in + "/junk.mov", QByteArray(4096, 'x')));
         for (const QString &name : Entries(m_in))
             m_digests.insert(name, Digest(m_in + "/" + name));
     }
@@ -116,6 +117,7 @@ private Q_SLOTS:
         const QString results = m_out + "/Repaired-Video-Files";
         QCOMPARE(Lines(r.out), QStringList({"Successfully Repaired: good1.mp4",
                                             "Successfully Repaired: good2.mov", "Repair Failed: pcm.mov",
+                                            "  Failed due to unsupported Audio or Video codecs.",
                                             "2 of 3 files repaired; results in " + results + "."}));
         QCOMPARE(Entries(results), QStringList({"good1.mp4", "good2.mov"}));
 
@@ -149,14 +151,27 @@ private Q_SLOTS:
         QCOMPARE(Entries(m_tmp), QStringList());
     }
 
-    void structuralOnlyKeepsTheStreams()
+    // Header fixes alone: the results are the sources, PCM and all, and a file that plays nothing
+    // fails, with the reason.
+    void structuralOnly()
     {
-        const Result r =
-            Run({"--structural-only", "--output", m_out, "--temp", m_tmp, "good1.mp4", "pcm.mov"});
-        QCOMPARE(r.code, 0);
-        // Nothing to fix in these headers and no re-encoding: the results are the sources, PCM and all.
+        const Result r = Run({"--structural-only", "--output", m_out, "--temp", m_tmp, "good1.mp4", "pcm.mov",
+                              "junk.mov"});
+        QCOMPARE(r.code, 1);
+        QCOMPARE(Lines(r.out).mid(2, 2),
+                 QStringList({"Repair Failed: junk.mov", "  No playable video was found in the file."}));
         for (const char *name : {"good1.mp4", "pcm.mov"})
             QCOMPARE(Digest(m_out + "/Repaired-Video-Files/" + name), m_digests.value(name));
+    }
+
+    // --keep-codecs reaches the engine: a file that plays as it is comes out as a stream copy, its
+    // streams in their own order (a re-encode writes the sound first).
+    void keepCodecs()
+    {
+        const Result r = Run({"--keep-codecs", "--output", m_out, "--temp", m_tmp, "good2.mov"});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(Fixtures::StreamKinds(m_out + "/Repaired-Video-Files/good2.mov"),
+                 QStringList({"video", "audio"}));
     }
 
     void refused_data()

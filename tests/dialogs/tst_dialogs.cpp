@@ -8,6 +8,7 @@
 #include "probes/ShellProbes.h"
 #include "repair/ProcessFlags.h"
 
+#include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
 #include <QSysInfo>
@@ -111,6 +112,18 @@ private Q_SLOTS:
         bProcessRunning = false;
         QTest::mouseClick(page.RemoveTempButton(), Qt::LeftButton);
         QVERIFY(!QFileInfo::exists(folder) && !page.RemoveTempButton()->isEnabled());
+    }
+
+    // Off until ticked, and kept for the next page.
+    void keepOriginalCodecs()
+    {
+        QSettings("Corvane", "CorvaneVideoRepairPreferences").clear();
+        QVERIFY(!GeneralPreference::KeepOriginalCodecs());
+        GeneralPreference page;
+        QVERIFY(!page.KeepCodecsBox()->isChecked());
+        page.KeepCodecsBox()->click();
+        QVERIFY(GeneralPreference::KeepOriginalCodecs());
+        QVERIFY(GeneralPreference().KeepCodecsBox()->isChecked());
     }
 
 private:

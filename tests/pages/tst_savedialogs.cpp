@@ -106,31 +106,44 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_dir.filePath("run/X")));
     }
 
-    // One failed and one repaired file, laid out as the report always has been: the two kinds of
-    // entry differ in the blank after "File Status:" and in the empty line before the stars.
+    // Failed and repaired files, laid out as the report always has been (the two kinds of entry
+    // differ in the blank after "File Status:" and in the empty line before the stars), with each
+    // file's reason and further lines from its outcome; a name without one keeps the old texts.
     void logReportText()
     {
-        mY_unsupportedList = QStringList{"bad.mov"};
+        mY_unsupportedList = QStringList{"bad.mov", "lost.mp4"};
         AllFiles = QStringList{"good.mp4"};
+        RepairOutcome lost, good;
+        lost.source = "/in/lost.mp4";
+        lost.verdict = RepairOutcome::Verdict::NotPlayable;
+        good.source = "/in/good.mp4";
+        good.notes = QStringList{"A line of its own."};
+        lstRepairOutcomes = {lost, good};
         LogReportDlg dlg;
         dlg.OnLogReportStatus();
         QString text = dlg.LogTxtEdit()->toPlainText();
         QCOMPARE(
             text.count(QRegularExpression("Date and Time:    \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\n")),
-            2);
+            3);
         text.replace(QRegularExpression("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "STAMP");
         const QString stars = QString("* ").repeated(32) + "*";
         QCOMPARE(text, "***Corvane Aldrake Video Repair Log Report***\n\n"
                        "Video File Name : bad.mov\nFile Status:\n"
                        "Failed due to unsupported Audio or Video codecs.\nDate and Time:    STAMP\n\n" +
                            stars + "\n \n" +
+                           "Video File Name : lost.mp4\nFile Status:\n"
+                           "No playable video was found in the file.\nDate and Time:    STAMP\n\n" +
+                           stars + "\n \n" +
                            "Video File Name : good.mp4\nFile Status: \n"
-                           "Successfully Repaired. \nDate and Time:    STAMP\n" +
+                           "Successfully Repaired. \nA line of its own.\nDate and Time:    STAMP\n" +
                            stars + "\n \n");
 
         QTextDocument *doc = dlg.LogTxtEdit()->document();
         QCOMPARE(FormatOf(doc, "Failed due").foreground().color(), QColor("red"));
+        QCOMPARE(FormatOf(doc, "No playable").foreground().color(), QColor("red"));
         QCOMPARE(FormatOf(doc, "Successfully Repaired").foreground().color(), QColor("green"));
+        QVERIFY(FormatOf(doc, "A line of its own").foreground().style() == Qt::NoBrush);
+        lstRepairOutcomes.clear();
     }
 
     // Saved as PDF over an older report of the same name, without a question.

@@ -20,10 +20,18 @@ private Q_SLOTS:
         QTest::addColumn<QString>("video");
         QTest::addColumn<QString>("audio");
         QTest::addColumn<int>("zeroAt"); // percent of the file where 16 KiB are zeroed, -1 for none
-        QTest::newRow("h264 aac mp4") << "a.mp4" << "libx264" << "aac" << -1;
-        QTest::newRow("mpeg4 mp3 mov") << "b.mov" << "mpeg4" << "libmp3lame" << -1;
-        QTest::newRow("audio only m4a") << "c.m4a" << "" << "aac" << -1;
-        QTest::newRow("zeroed stretch") << "d.mp4" << "libx264" << "aac" << 50;
+        QTest::addColumn<QStringList>("extra");
+        QTest::addColumn<bool>("cutOff"); // the last 40% lost
+        QTest::newRow("h264 aac mp4") << "a.mp4" << "libx264" << "aac" << -1 << QStringList() << false;
+        QTest::newRow("mpeg4 mp3 mov") << "b.mov" << "mpeg4" << "libmp3lame" << -1 << QStringList() << false;
+        QTest::newRow("audio only m4a") << "c.m4a" << "" << "aac" << -1 << QStringList() << false;
+        QTest::newRow("zeroed stretch") << "d.mp4" << "libx264" << "aac" << 50 << QStringList() << false;
+        // Sound past the cut must not end the pictures' count, nor a damaged picture the ones
+        // behind it.
+        QTest::newRow("fragmented, cut off") << "e.mp4" << "libx264" << "aac" << -1
+                                             << QStringList{"-movflags", "frag_keyframe+empty_moov"} << true;
+        QTest::newRow("faststart, cut off") << "f.mp4" << "libx264" << "aac" << -1
+                                            << QStringList{"-movflags", "+faststart"} << true;
     }
     void agreesWithFfmpeg()
     {
@@ -31,17 +39,22 @@ private Q_SLOTS:
         QFETCH(QString, video);
         QFETCH(QString, audio);
         QFETCH(int, zeroAt);
+        QFETCH(QStringList, extra);
+        QFETCH(bool, cutOff);
         const QString path = m_dir.filePath(name);
         Fixtures::Clip clip;
         clip.videoCodec = video;
         clip.audioCodec = audio;
         clip.seconds = 3;
+        clip.extra = extra;
+        clip.pattern = cutOff ? "testsrc2" : "testsrc"; // pictures that refer to ones past the cut
         QVERIFY(Fixtures::Make(path, clip));
-        if (zeroAt >= 0) {
-            QByteArray bytes = Bytes::ReadFile(path);
+        QByteArray bytes = Bytes::ReadFile(path);
+        if (zeroAt >= 0)
             bytes.replace(bytes.size() * zeroAt / 100, 16384, QByteArray(16384, '\0'));
-            Bytes::WriteFile(path, bytes);
-        }
+        if (cutOff)
+            bytes.truncate(bytes.size() * 6 / 10);
+        Bytes::WriteFile(path, bytes);
 
         const Playback ours = MeasurePlayback(path);
         const Fixtures::Plays ffmpeg = Fixtures::Played(path);

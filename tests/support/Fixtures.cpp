@@ -48,7 +48,7 @@ bool Make(const QString &path, const Clip &clip)
     QStringList args;
     if (!clip.videoCodec.isEmpty())
         args << "-f" << "lavfi" << "-i"
-             << QString("testsrc=size=%1:rate=%2:duration=%3").arg(clip.size, clip.rate, seconds);
+             << QString("%1=size=%2:rate=%3:duration=%4").arg(clip.pattern, clip.size, clip.rate, seconds);
     if (!clip.audioCodec.isEmpty())
         args << "-f" << "lavfi" << "-i" << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
     if (!clip.videoCodec.isEmpty())

@@ -16,6 +16,7 @@ struct Clip
     QString rate = "25";
     double seconds = 2.0;
     QStringList extra;              // more output options, e.g. {"-b:a", "128k"}
+    QString pattern = "testsrc";    // ffmpeg's picture source; "testsrc2" moves more, so it costs more bits
 };
 
 // Runs ffmpeg with `args` (after "-hide_banner -v error -y"); true when it exits 0.
