@@ -1,12 +1,11 @@
 #!/usr/bin/env bash
 # Builds the repair engine, the workers and their tests with ThreadSanitizer in build-tsan/ and runs
 # those tests. Only races inside Qt's and FFmpeg's own (uninstrumented) libraries are suppressed, in
-# tests/tsan.supp. Extra arguments go to ctest, e.g. scripts/tsan.sh -R tst_stopanytime.
+# tests/tsan.supp. Extra arguments go to ctest, e.g. scripts/tsan.sh -R tst_hardening.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-targets=(tst_scanguard tst_structuralpass tst_threadvideorepair tst_reencode tst_reencode_firstvideo
-         tst_threadvideosaving tst_threadpreview tst_damagedfiles tst_stopanytime)
+targets=(tst_structuralpass tst_workers tst_reencode tst_reencode_firstvideo tst_hardening)
 
 # Qt's mutexes, wait conditions and thread ends synchronise inside its uninstrumented library:
 # tests/hardening/TsanQtSync.cpp wraps the calls our code makes so that ThreadSanitizer sees the

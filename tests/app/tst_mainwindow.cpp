@@ -1,34 +1,52 @@
-// The start page offscreen: closing, placing, fading, the hand-over to the repair page and back, and
-// where each help and support entry sends its page.
+// The start page offscreen: closing, fading, the hand-over to the repair and save pages and back
+// (maximised or where the page was), where every help, support and product link sends its page;
+// the preferences page; where the program finds its files, and how it reads its property list.
+#include "Bytes.h"
+#include "ModalAnswerer.h"
+#include "Pages.h"
 #include "app/AppGlobals.h"
 #include "app/BrowserRoutes.h"
+#include "app/BundlePaths.h"
 #include "app/MainWindow.h"
+#include "app/PlistFormat.h"
+#include "dialogs/AboutDialog.h"
+#include "dialogs/GeneralPreference.h"
+#include "pages/repair/MyRightTreeWidgetItem.h"
+#include "pages/repair/MyTreeWidget.h"
 #include "pages/repair/VideoRepairWindow.h"
+#include "pages/save/VideoSavingWindow.h"
 #include "probes/ShellProbes.h"
 #include "repair/ProcessFlags.h"
 
-#include "ModalAnswerer.h"
-
+#include <QCheckBox>
+#include <QLabel>
+#include <QTemporaryDir>
 #include <QtTest>
 
 Q_DECLARE_METATYPE(QMessageBox::StandardButton)
 
 namespace
 {
+
 QSettings Store()
 {
     return QSettings("Corvane", "CorvaneVideoGeometrySettings");
 }
+
+const QString Site = "https://www.corvane.example/video-repair/";
+
 } // namespace
 
 class TestMainWindow : public QObject
 {
     Q_OBJECT
 
+    QList<BrowserLaunch> m_launches;
+
 private Q_SLOTS:
     void initTestCase()
     {
-        QStandardPaths::setTestModeEnabled(true); // the geometry store of the tests, not the user's
+        QStandardPaths::setTestModeEnabled(true); // the settings of the tests, not the user's
         strPlistPath = CORVANE_SOURCE_DIR "/resources/CorvaneAldrakeVideoRepair.plist";
         HelpFilePath = "/opt/Corvane Apps/Resources";
         SetBrowserLauncher([this](const BrowserLaunch &launch) { // browsers outside /usr do not start
@@ -76,9 +94,9 @@ private Q_SLOTS:
         {
             ModalAnswerer answerer(answer, asked ? 5000 : 300);
             QCOMPARE(w.close(), closed);
-            QCOMPARE(answerer.Answered(), asked);
-            if (asked)
-                QCOMPARE(answerer.Text(), QString("Do you want to close Corvane Aldrake Video Repair? "));
+            QCOMPARE(answerer.Texts(),
+                     asked ? QStringList{"Do you want to close Corvane Aldrake Video Repair? "}
+                           : QStringList());
         }
         QCOMPARE(CloseSuccess, asked);
         if (!closed) {
@@ -87,12 +105,6 @@ private Q_SLOTS:
             QCOMPARE(w.close(), !running);
             QVERIFY(!answerer.Answered());
         }
-    }
-
-    void centring() // odd sizes round down, and a desktop smaller than the window goes negative
-    {
-        QCOMPARE(MainWindow::CentredPosition(QSize(1281, 801), QSize(802, 526)), QPoint(239, 87));
-        QCOMPARE(MainWindow::CentredPosition(QSize(640, 480), QSize(803, 527)), QPoint(-81, -73));
     }
 
     void fadeIn()
@@ -107,28 +119,62 @@ private Q_SLOTS:
         }
     }
 
-    void geometrySharedWithRepairPage()
+    // Start page, repair page, save page and back again: each page opens maximised when the one
+    // before it was, and otherwise where the last page was left.
+    void handOver_data()
     {
+        QTest::addColumn<bool>("maximised");
+        QTest::newRow("placed") << false;
+        QTest::newRow("maximised") << true;
+    }
+
+    void handOver()
+    {
+        QFETCH(bool, maximised);
+        QTemporaryDir dir;
+        const QString file = dir.filePath("a.mov");
+        QVERIFY(Bytes::WriteFile(file, "x"));
         MainWindow w;
-        w.show();
         const QRect first(40, 60, 1000, 700);
         w.setGeometry(first);
+        maximised ? w.showMaximized() : w.show();
 
         w.OnRepairVideoFile();
         VideoRepairWindow *page = w.RepairPage();
         QVERIFY(!w.isVisible() && page->isVisible());
-        QCOMPARE(page->geometry(), first); // opens where the start page was
+        QCOMPARE(page->isMaximized(), maximised);
+        if (!maximised)
+            QCOMPARE(page->geometry(), first); // opens where the start page was
 
-        // The page is left somewhere else; the start page reopens there.
+        page->AddFiles({file});
+        page->OnRepairFinish(); // the hand-over at the end of a run
+        VideoSavingWindow *save = page->SavingWindow();
+        QVERIFY(save && save->isVisible() && page->isHidden());
+        QCOMPARE(save->isMaximized(), maximised);
+        if (!maximised)
+            QCOMPARE(save->geometry(), first);
+
         const QRect second(90, 30, 1100, 720);
-        page->setGeometry(second);
-        Store().setValue("geometry", page->saveGeometry());
-        page->hide();
-        Q_EMIT page->OnBack(false);
-        QVERIFY(w.isVisible());
-        QCOMPARE(w.geometry(), second);
+        if (!maximised)
+            save->setGeometry(second); // left somewhere else; the next page opens there
+        {
+            ModalAnswerer yes(QMessageBox::Yes);
+            Pages::Button(save, "BackButton")->click();
+        }
+        QTRY_VERIFY(page->isVisible());
+        QCOMPARE(page->isMaximized(), maximised);
+        if (!maximised)
+            QCOMPARE(page->geometry(), second);
+
+        Pages::Button(page, "BackButton")->click();
+        QVERIFY(w.isVisible() && page->isHidden());
+        QCOMPARE(w.isMaximized(), maximised);
+        if (!maximised)
+            QCOMPARE(w.geometry(), second);
     }
 
+    // Rows: the entry, the default browser, then what it starts: the system's handler or the browser
+    // (and the form of the macOS command), with which address.
     void browserRoutes_data()
     {
         QTest::addColumn<QString>("entry");
@@ -136,21 +182,42 @@ private Q_SLOTS:
         QTest::addColumn<bool>("systemHandler");
         QTest::addColumn<bool>("quoteBrowser");
         QTest::addColumn<QString>("url");
-        const QString b = "/usr/bin/test-browser";
-        const QString site = "https://www.corvane.example/video-repair/";
+        const QString b = "/usr/bin/test-browser", help = "file:///opt/Corvane Apps/Resources/";
+        const QString support = "https://support.corvane.example/";
+        QTest::newRow("help topics: blanks as they are")
+            << "OpenMainHelp" << b << false << true << help + "help/Corvane_Aldrake_Video_Repair.htm";
         QTest::newRow("help button: blanks escaped")
             << "OpenHelp" << b << false << true
             << "file:///opt/Corvane%20Apps/Resources/help/User_Interface.htm";
+        QTest::newRow("repair page's help")
+            << "repair help" << b << false << true
+            << "file:///opt/Corvane%20Apps/Resources/help/Preview_and_Repair_Video_Files.htm";
+        QTest::newRow("save page's help") << "save help" << b << false << true
+                                          << "file:///opt/Corvane%20Apps/Resources/help/Save_Video_Files.htm";
+        QTest::newRow("licence") << "OnLicenseAgreement" << b << false << true << help + "Eula.pdf";
+        QTest::newRow("about: licence") << "about licence" << b << false << true << help + "Eula.pdf";
+        QTest::newRow("enquiry") << "OnGenerateTicket" << b << false << true
+                                 << support + "enquiry/?product=video-repair";
+        QTest::newRow("preferences: free repair service")
+            << "free repair" << b << false << true << support + "enquiry/?product=video-repair";
+        QTest::newRow("knowledge base")
+            << "OnKnowledgeBase" << b << false << true << support + "kb/video-repair/";
         QTest::newRow("support: browser unquoted")
-            << "OnViewSupport" << b << false << false << "https://support.corvane.example/video-repair/";
+            << "OnViewSupport" << b << false << false << support + "video-repair/";
         QTest::newRow("e-mail: always the system")
             << "OnEmailSupport" << b << true << true << "mailto:support@corvane.example";
-        QTest::newRow("link label") << "link" << b << false << true << site;
-
-        QTest::newRow("no browser: support")
-            << "OnViewSupport" << "" << true << true << "https://support.corvane.example/video-repair/";
-        QTest::newRow("no browser: link label, then the system") << "link" << "" << true << true << site;
-        QTest::newRow("link label, a browser that is gone") << "link" << "/gone/web" << true << true << site;
+        QTest::newRow("about: e-mail") << "about mailto:support@corvane.example" << b << true << true
+                                       << "mailto:support@corvane.example";
+        QTest::newRow("about: web site") << "about " + Site << b << false << true << Site;
+        QTest::newRow("link label") << "link" << b << false << true << Site;
+        QTest::newRow("no browser: support") << "OnViewSupport"
+                                             << "" << true << true << support + "video-repair/";
+        QTest::newRow("no browser: knowledge base") << "OnKnowledgeBase"
+                                                    << "" << true << true << support + "kb/video-repair/";
+        QTest::newRow("no browser: link label, then the system") << "link"
+                                                                 << "" << true << true << Site;
+        QTest::newRow("link label, a browser that is gone") << "link"
+                                                            << "/gone/web" << true << true << Site;
     }
 
     void browserRoutes()
@@ -162,10 +229,25 @@ private Q_SLOTS:
         QFETCH(QString, url);
         MainWindow w;
         strDefaultBrowser = browser;
-        if (entry == "link")
-            Q_EMIT w.LinkLabel->linkActivated("https://www.corvane.example/video-repair/");
-        else
+        if (entry == "link") {
+            Q_EMIT w.LinkLabel->linkActivated(Site);
+        } else if (entry == "repair help") {
+            Pages::Button(w.RepairPage(), "HelpButton")->click();
+        } else if (entry == "save help") {
+            VideoSavingWindow save(nullptr, new MyRightTreeWidgetItem(static_cast<QTreeWidget *>(nullptr)));
+            Pages::Button(&save, "HelpButton")->click();
+        } else if (entry == "about licence") {
+            AboutDialog().OnLicenseAgreement();
+        } else if (entry.startsWith("about ")) {
+            AboutDialog about;
+            QVERIFY(about.LinksLabel()->text().contains("href=\"" + entry.mid(6) + "\""));
+            Q_EMIT about.LinksLabel()->linkActivated(entry.mid(6));
+        } else if (entry == "free repair") {
+            GeneralPreference().FreeRepairButton()->click();
+        } else {
             QVERIFY(QMetaObject::invokeMethod(&w, entry.toLatin1().constData()));
+        }
+        QVERIFY(!m_launches.isEmpty());
         const BrowserLaunch launch = m_launches.last();
         QCOMPARE(launch.systemHandler, systemHandler);
         QCOMPARE(launch.browser, systemHandler ? QString() : browser);
@@ -174,8 +256,124 @@ private Q_SLOTS:
         QCOMPARE(launch.url, url);
     }
 
-private:
-    QList<BrowserLaunch> m_launches;
+    void preferencesResetGeometry()
+    {
+        MainWindow w;
+        w.show();
+        bProcessRunning = true; // the page is refused while a process runs
+        w.OnPreferences();
+        QVERIFY(!w.PreferencePage()->isVisible());
+        bProcessRunning = false;
+        w.OnPreferences();
+        QVERIFY(w.PreferencePage()->isVisible());
+        w.setGeometry(QRect(5, 5, 1100, 760));
+        QVERIFY(Store().contains("geometry"));
+        m_bMax = true;
+        QTest::mouseClick(w.PreferencePage()->ResetGeometryButton(), Qt::LeftButton);
+        QVERIFY(!Store().contains("geometry") && !m_bMax);
+        QCOMPARE(w.size(), w.minimumSize());
+    }
+
+    void preferencesRemoveTemporaryFiles()
+    {
+        const QString folder = GeneralPreference::TempFolder();
+        QVERIFY(QDir().mkpath(folder + "/sub"));
+        const QString leftover = folder + "/sub/it's a copy.mov";
+        QVERIFY(Bytes::WriteFile(leftover, "x"));
+        GeneralPreference page;
+        page.show();
+        QVERIFY(page.RemoveTempButton()->isEnabled());
+        bProcessRunning = true; // a run owns its working copies
+        QTest::mouseClick(page.RemoveTempButton(), Qt::LeftButton);
+        QVERIFY(QFile::exists(leftover));
+        bProcessRunning = false;
+        QTest::mouseClick(page.RemoveTempButton(), Qt::LeftButton);
+        QVERIFY(!QFileInfo::exists(folder) && !page.RemoveTempButton()->isEnabled());
+    }
+
+    // Off until ticked, and kept for the next page.
+    void preferencesKeepOriginalCodecs()
+    {
+        QSettings("Corvane", "CorvaneVideoRepairPreferences").clear();
+        QVERIFY(!GeneralPreference::KeepOriginalCodecs());
+        GeneralPreference page;
+        QVERIFY(!page.KeepCodecsBox()->isChecked());
+        page.KeepCodecsBox()->click();
+        QVERIFY(GeneralPreference::KeepOriginalCodecs());
+        QVERIFY(GeneralPreference().KeepCodecsBox()->isChecked());
+    }
+
+    // Where the program finds its files from its own folder; the rules applied to where the build
+    // put the program find everything it needs.
+    void bundlePaths_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QStringList>("paths"); // property list, help folder, preview program
+        QTest::newRow("nested bundle, blanks and a trailing slash")
+            << "/home/a b/X.app/Contents/Resources/In.app/Contents/MacOS/"
+            << QStringList{
+                   "/home/a b/X.app/Contents/Resources/CorvaneAldrakeVideoRepair.plist",
+                   "/home/a b/X.app/Contents/Resources",
+                   "/home/a b/X.app/Contents/Resources/In.app/Contents/Resources/VideoFileUtil.app/Contents/"
+                   "MacOS/VideoFileUtil"};
+        // Fewer than four levels: the path stops at the root rather than failing.
+        QTest::newRow("shallow") << "/opt/bin"
+                                 << QStringList{
+                                        "/Resources/CorvaneAldrakeVideoRepair.plist", "/Resources",
+                                        "/opt/Resources/VideoFileUtil.app/Contents/MacOS/VideoFileUtil"};
+    }
+
+    void bundlePaths()
+    {
+        QFETCH(QString, folder);
+        QFETCH(QStringList, paths);
+        const BundlePaths got = BundlePathsFrom(folder);
+        QCOMPARE((QStringList{got.plist, got.help, got.previewer}), paths);
+        const BundlePaths built = BundlePathsFrom(CORVANE_PROGRAM_DIR);
+        QVERIFY2(QFile::exists(built.plist), qPrintable(built.plist));
+        for (const char *page : {"Corvane_Aldrake_Video_Repair.htm", "User_Interface.htm",
+                                 "Preview_and_Repair_Video_Files.htm", "Save_Video_Files.htm"})
+            QVERIFY2(QFile::exists(built.help + "/help/" + page), page);
+        QVERIFY2(!CORVANE_HAS_PREVIEWER || QFileInfo(built.previewer).isExecutable(),
+                 qPrintable(built.previewer));
+    }
+
+    void propertyList_data()
+    {
+        QTest::addColumn<QByteArray>("xml");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QVariant>("value");
+        const QByteArray head = "<?xml version=\"1.0\"?>\n<plist version=\"1.0\">\n<dict>\n";
+        QTest::newRow("entity") << head + "<key>WebsiteName</key><string>A &amp; B</string></dict></plist>"
+                                << "WebsiteName" << QVariant("A & B");
+        QTest::newRow("after a nested dict")
+            << head + "<key>Nested</key><dict><key>KBLink</key><string>inner</string></dict>"
+                      "<key>KBLink</key><string>outer</string></dict></plist>"
+            << "KBLink" << QVariant("outer");
+        QTest::newRow("not a property list") << QByteArray("<html></html>") << "WebsiteName" << QVariant();
+    }
+
+    void propertyList()
+    {
+        QFETCH(QByteArray, xml);
+        QFETCH(QString, key);
+        QFETCH(QVariant, value);
+        QTemporaryFile f;
+        QVERIFY(f.open() && f.write(xml) == xml.size() && f.flush());
+        QCOMPARE(QSettings(f.fileName(), PlistFormat()).value(key), value);
+    }
+
+    // The macOS command names the browser in quotes, or bare when the route asks for it unless the
+    // shell would split it.
+    void macOpenCommand()
+    {
+        QCOMPARE(MacOpenCommand("/Applications/Google Chrome.app", "https://a.example/a b", false),
+                 QString("open -a '/Applications/Google Chrome.app' 'https://a.example/a b'"));
+        QCOMPARE(MacOpenCommand("Safari", "https://a.example/", false),
+                 QString("open -a Safari 'https://a.example/'"));
+        QCOMPARE(MacOpenCommand("Safari", "https://a.example/", true),
+                 QString("open -a 'Safari' 'https://a.example/'"));
+    }
 };
 
 QTEST_MAIN(TestMainWindow)

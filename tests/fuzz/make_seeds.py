@@ -3,65 +3,31 @@
 word the scan acts on, led in by a 92-byte "ftyp" box, and the first 16 KiB of real files made
 with ffmpeg. Run from anywhere; needs ffmpeg for the real-file seeds."""
 
-import os
-import struct
-import subprocess
-import tempfile
+import os, struct, subprocess, tempfile
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-OUT = os.path.join(HERE, "corpus")
+OUT = os.environ.get("CORVANE_SEEDS_OUT", os.path.join(os.path.dirname(os.path.abspath(__file__)), "corpus"))
+u32 = lambda v: struct.pack(">I", v & 0xFFFFFFFF)
+box = lambda size, kind: u32(size) + kind.encode("latin-1")
+LEAD = box(92, "ftyp") + bytes(84)
+LEAD300 = LEAD + box(204, "junk") + bytes(196)
+WORDS = ["ftyp", "mdat", "wide", "isom", "qt  ", "moov", "mvhd", "cmov", "co64", "trak", "tkhd", "tapt", "edts",
+         "elst", "mdia", "mdhd", "minf", "stco", "stss", "smhd", "vmhd", "gmhd", "dinf", "dref", "ctts", "skip",
+         "udta", "stsd"]
 
-
-def u32(v):
-    return struct.pack(">I", v & 0xFFFFFFFF)
-
-
-def box(size, kind):
-    return u32(size) + kind.encode("latin-1")
-
-
-def lead(t):
-    b = box(92, "ftyp") + bytes(84)
-    if t > 96:
-        b += box(t - 96, "junk") + bytes(t - 104)
-    return b
-
-
-WORDS = ["ftyp", "mdat", "wide", "isom", "qt  ", "moov", "mvhd", "cmov", "co64", "trak", "tkhd",
-         "tapt", "edts", "elst", "mdia", "mdhd", "minf", "stco", "stss", "smhd", "vmhd", "gmhd",
-         "dinf", "dref", "ctts", "skip", "udta", "stsd"]
-
-
-def seeds():
-    for word in WORDS:
-        yield "t_" + word.strip(), lead(96) + box(48, word) + bytes(160)
-    yield "size108", lead(96) + u32(0x200) + u32(108) + bytes(200)
-    yield "ctts_colr", lead(300)[:260] + b"colr" + lead(300)[264:] + box(96, "ctts") + u32(0) + \
-        u32(10) + b"".join(u32(1) + u32(0x100 * (i + 1)) for i in range(10))
-    yield "ftyp_at_0", b"ftypisom" + bytes(64)
-    yield "zeros", bytes(64)
-
-
-def real_files():
-    with tempfile.TemporaryDirectory() as tmp:
-        for name, vcodec, acodec in [("h264.mp4", "libx264", "aac"), ("mpeg4.mov", "mpeg4", "libmp3lame")]:
-            path = os.path.join(tmp, name)
-            subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=5:duration=1",
-                            "-f", "lavfi", "-i", "sine=duration=1", "-c:v", vcodec, "-c:a", acodec,
-                            "-movflags", "+faststart", path], check=True)
-            with open(path, "rb") as f:
-                yield "real_" + name.replace(".", "_"), f.read(16384)
-
-
-def main():
-    os.makedirs(OUT, exist_ok=True)
-    count = 0
-    for name, data in list(seeds()) + list(real_files()):
-        with open(os.path.join(OUT, name), "wb") as f:
-            f.write(data)
-        count += 1
-    print(f"{count} seeds in {OUT}")
-
-
-if __name__ == "__main__":
-    main()
+seeds = {"t_" + w.strip(): LEAD + box(48, w) + bytes(160) for w in WORDS}
+seeds["size108"] = LEAD + u32(0x200) + u32(108) + bytes(200)
+seeds["ctts_colr"] = (LEAD300[:260] + b"colr" + LEAD300[264:] + box(96, "ctts") + u32(0) + u32(10)
+                      + b"".join(u32(1) + u32(0x100 * (i + 1)) for i in range(10)))
+seeds["ftyp_at_0"], seeds["zeros"] = b"ftypisom" + bytes(64), bytes(64)
+with tempfile.TemporaryDirectory() as tmp:
+    for name, vcodec, acodec in [("h264.mp4", "libx264", "aac"), ("mpeg4.mov", "mpeg4", "libmp3lame")]:
+        path = os.path.join(tmp, name)
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=5:duration=1",
+                        "-f", "lavfi", "-i", "sine=duration=1", "-c:v", vcodec, "-c:a", acodec,
+                        "-movflags", "+faststart", path], check=True)
+        seeds["real_" + name.replace(".", "_")] = open(path, "rb").read(16384)
+os.makedirs(OUT, exist_ok=True)
+for name, data in seeds.items():
+    with open(os.path.join(OUT, name), "wb") as f:
+        f.write(data)
+print(f"{len(seeds)} seeds in {OUT}")

@@ -1,77 +1,66 @@
-// The repair page driven as a user would: adding and removing files, the check boxes, a real repair
-// run on files made with ffmpeg, and previews through a stand-in preview program.
+// The repair page driven as a user would: adding and removing files, the check boxes, the stop
+// question during a real run, leaving the page, and previews through a stand-in preview program;
+// and the size texts, sorting and copying of the file trees that both pages share.
 
+#include "Bytes.h"
 #include "Fixtures.h"
 #include "ModalAnswerer.h"
+#include "Pages.h"
+#include "app/AppGlobals.h"
 #include "pages/repair/FileDialog.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
 #include "pages/repair/RepairResults.h"
 #include "pages/repair/VideoRepairWindow.h"
-#include "pages/save/VideoSavingWindow.h"
+#include "probes/ShellProbes.h"
 #include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
-#include <QDir>
-#include <QProgressBar>
-#include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
-extern QString strPreviewerPath;
-
-namespace {
-
 using Col = MyRightTreeWidgetItem::Column;
+using Pages::Button;
+using Pages::Click;
+using Pages::Enabled;
 
-// The page with its file dialog answered by the test.
+namespace
+{
+
+const QStringList Buttons{"RemoveButton", "RepairButton", "PreviewButton"};
+
+// The page with its files chosen and its free space told by the test.
 class Page : public VideoRepairWindow
 {
 public:
-    QStringList answer;
-    qint64 freeBytes = -1; // the free-space probe's answer; -1 asks the real one
+    qint64 freeBytes = -1; // -1 asks the real probe
 
-    Page()
+    explicit Page(const QStringList &files = {})
     {
-        ChooseVideoFiles = [this](QWidget *) { return answer; };
+        OnInitialSettings();
+        Add(files);
     }
+    void Add(const QStringList &files)
+    {
+        ChooseVideoFiles = [files](QWidget *) { return files; };
+        OnAddVideoFile();
+    }
+    QTreeWidgetItem *Root() const { return Tree()->topLevelItem(0); }
     qint64 GetFree(const QString &path) override
     {
         return freeBytes >= 0 ? freeBytes : VideoRepairWindow::GetFree(path);
     }
 };
 
-QProgressBar *Bar(QWidget *page, const char *name)
+// Whether a preview program started on `file` still runs.
+bool Previewing(const QString &file)
 {
-    return page->findChild<QProgressBar *>(name);
-}
-
-QPushButton *Button(QWidget *page, const char *name)
-{
-    return page->findChild<QPushButton *>(name);
-}
-
-QStringList ButtonsEnabled(QWidget *page)
-{
-    QStringList on;
-    for (const char *name : {"RemoveButton", "RepairButton", "PreviewButton"})
-        if (Button(page, name)->isEnabled())
-            on << name;
-    return on;
-}
-
-QString ReadText(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
-void Click(MyTreeWidget *tree, QTreeWidgetItem *row)
-{
-    // What a click on the check box does: the box toggles, then itemClicked arrives.
-    row->setCheckState(0, row->checkState(0) == Qt::Checked ? Qt::Unchecked : Qt::Checked);
-    Q_EMIT tree->itemClicked(row, 0);
+    for (unsigned int id : ProbePreviewProcessIds())
+        if (IsPreviewProcess(id) &&
+            Bytes::ReadFile(QString("/proc/%1/cmdline").arg(id)).contains(file.toUtf8()))
+            return true;
+    return false;
 }
 
 } // namespace
@@ -84,176 +73,97 @@ class TstVideoRepairWindow : public QObject
 
     QString File(const QString &name, int size = 1000)
     {
-        const QString path = m_dir.filePath(name);
-        QFile f(path);
-        f.open(QIODevice::WriteOnly);
-        f.write(QByteArray(size, 'x'));
-        return path;
+        Bytes::WriteFile(m_dir.filePath(name), QByteArray(size, 'x'));
+        return m_dir.filePath(name);
+    }
+
+    // A stand-in preview program under the bundle's path, so that the page's process lookup finds
+    // it: it appends its argument to `log` and stays open.
+    QString Previewer(const QString &log)
+    {
+        const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
+        QDir().mkpath(bin);
+        Bytes::WriteProgram(bin + "/VideoFileUtil", QString("echo \"$1\" >> '%1'\nsleep 30\n").arg(log));
+        return bin + "/VideoFileUtil";
     }
 
 private Q_SLOTS:
     void init()
     {
-        bProcessRunning = false;
-        bStopFlag = false;
+        bProcessRunning = bStopFlag = CloseSuccess = m_bMax = false;
         mY_unsupportedList.clear();
         AllFiles.clear();
     }
 
-    void duplicatesAndFolders()
+    void cleanup() { CloseSuccess = true; }
+
+    // Files already listed (in any letter case) are skipped, a folder leaves an empty row, and the
+    // list is sorted by name with the file ids in the order of adding; the last file removed
+    // takes the root with it, and ids count on.
+    void addAndRemove()
     {
-        Page page;
-        page.OnInitialSettings();
         const QString a = File("a.mov");
         QDir().mkpath(m_dir.filePath("folder.mov"));
-        page.answer = QStringList{a, a, m_dir.filePath("A.MOV"), m_dir.filePath("folder.mov"), File("b.mp4", 2048)};
         ModalAnswerer boxes(QMessageBox::Ok);
-        page.OnAddVideoFile();
-
-        QCOMPARE(boxes.Texts(), (QStringList{"Files already added to list will be skipped.",
-                                             "Files already added to list will be skipped.",
-                                             "Not a valid video file."}));
-        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
-        QCOMPARE(root->text(Col::Name), QString("Video File(s)"));
-        QCOMPARE(root->text(Col::FileId), QString("1"));
-        // Sorted by name: the folder's empty row, a.mov, b.mp4.
-        QCOMPARE(root->childCount(), 3);
-        QCOMPARE(root->child(0)->text(Col::Name), QString());
-        QCOMPARE(root->child(1)->text(Col::FileId), QString("2"));
-        QTreeWidgetItem *b = root->child(2);
-        QCOMPARE(b->text(Col::Name), QString("b.mp4"));
-        QCOMPARE(b->text(Col::Size), QString("2 KB"));
-        QCOMPARE(b->text(Col::Bytes), QString("2048"));
-        QCOMPARE(b->text(Col::TemporaryPath), m_dir.filePath("b.mp4"));
-        QCOMPARE(b->text(Col::FileId), QString("3"));
+        Page page({a, a, m_dir.filePath("A.MOV"), m_dir.filePath("folder.mov"), File("b.mp4", 2048)});
+        QCOMPARE(boxes.Texts(),
+                 (QStringList{"Files already added to list will be skipped.",
+                              "Files already added to list will be skipped.", "Not a valid video file."}));
+        QStringList rows;
+        for (QTreeWidgetItemIterator it(page.Tree()); *it; ++it)
+            rows << QStringList{(*it)->text(Col::Name), (*it)->text(Col::Size), (*it)->text(Col::Bytes),
+                                (*it)->text(Col::TemporaryPath), (*it)->text(Col::FileId)}
+                        .join('|');
+        QCOMPARE(rows, (QStringList{"Video File(s)||||1", "||||", "a.mov|0.97 KB|1000|" + a + "|2",
+                                    "b.mp4|2 KB|2048|" + m_dir.filePath("b.mp4") + "|3"}));
         QVERIFY(Button(&page, "RepairButton")->isEnabled());
-    }
 
-    void removingTheLastFile()
-    {
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{File("one.mov")};
-        page.OnAddVideoFile();
-        QTreeWidgetItem *row = page.Tree()->topLevelItem(0)->child(0);
-        page.Tree()->setCurrentItem(row);
-        row->setSelected(true);
-        page.OnRemoveVideoFile();
+        for (int i = 0; i < 3; ++i) {
+            page.Root()->child(0)->setSelected(true);
+            page.OnRemoveVideoFile();
+        }
         QCOMPARE(page.Tree()->topLevelItemCount(), 0);
-        QCOMPARE(ButtonsEnabled(&page), QStringList());
-
-        page.answer = QStringList{File("two.mov")};
-        page.OnAddVideoFile();
-        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
-        QCOMPARE(root->text(Col::FileId), QString("1"));
-        QCOMPARE(root->child(0)->text(Col::FileId), QString("3"));
+        QCOMPARE(Enabled(&page, Buttons), QStringList());
+        page.Add({File("two.mov")});
+        QCOMPARE(page.Root()->text(Col::FileId) + page.Root()->child(0)->text(Col::FileId), QString("14"));
     }
 
     void checkBoxes()
     {
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{File("c1.mov"), File("c2.mov"), File("c3.mov")};
-        page.OnAddVideoFile();
+        Page page({File("c1.mov"), File("c2.mov"), File("c3.mov")});
         MyTreeWidget *tree = page.Tree();
-        QTreeWidgetItem *root = tree->topLevelItem(0);
-
+        QTreeWidgetItem *root = page.Root();
         Click(tree, root->child(0));
-        QCOMPARE(root->checkState(0), Qt::PartiallyChecked);
-        QCOMPARE(ButtonsEnabled(&page), (QStringList{"RemoveButton", "RepairButton", "PreviewButton"}));
-
+        QCOMPARE(Pages::Ticks(tree), QString("P:UCC"));
+        QCOMPARE(Enabled(&page, Buttons), Buttons);
         Click(tree, root->child(1));
         Click(tree, root->child(2));
-        QCOMPARE(root->checkState(0), Qt::Unchecked);
-        QVERIFY(!Button(&page, "RepairButton")->isEnabled());
-
-        Click(tree, root); // the root ticks every file
-        for (int i = 0; i < 3; ++i)
-            QCOMPARE(root->child(i)->checkState(0), Qt::Checked);
-        QCOMPARE(ButtonsEnabled(&page), (QStringList{"RemoveButton", "RepairButton"}));
-
+        QCOMPARE(Pages::Ticks(tree), QString("U:UUU"));
+        QCOMPARE(Enabled(&page, Buttons), (QStringList{"RemoveButton", "PreviewButton"}));
+        Click(tree, root); // the root ticks every file, and unticks them
+        QCOMPARE(Pages::Ticks(tree), QString("C:CCC"));
+        QCOMPARE(Enabled(&page, Buttons), (QStringList{"RemoveButton", "RepairButton"}));
         Click(tree, root);
-        for (int i = 0; i < 3; ++i)
-            QCOMPARE(root->child(i)->checkState(0), Qt::Unchecked);
-        QCOMPARE(ButtonsEnabled(&page), QStringList{"RemoveButton"});
+        QCOMPARE(Pages::Ticks(tree), QString("U:UUU"));
+        QCOMPARE(Enabled(&page, Buttons), QStringList{"RemoveButton"});
 
-        // While a run is going, clicks change no button.
-        bProcessRunning = true;
+        tree->setCurrentItem(root->child(0));
+        QTest::keyClick(tree, Qt::Key_Space); // Space never toggles a box
+        bProcessRunning = true;               // while a run is going, clicks change no button
         Click(tree, root->child(0));
-        QCOMPARE(ButtonsEnabled(&page), QStringList{"RemoveButton"});
+        QCOMPARE(Enabled(&page, Buttons), QStringList{"RemoveButton"});
+        QCOMPARE(Pages::Ticks(tree), QString("U:CUU"));
         bProcessRunning = false;
 
         // An add lets events through: Repair pressed in the middle of it starts no run.
         Click(tree, root);
         QTimer::singleShot(0, &page, [&page] { Button(&page, "RepairButton")->click(); });
-        page.answer = QStringList{File("c4.mov")};
-        page.OnAddVideoFile();
-        QVERIFY(Button(&page, "AddButton")->isEnabled() && Button(&page, "RepairButton")->isEnabled());
+        page.Add({File("c4.mov")});
+        QCOMPARE(Enabled(&page, {"AddButton", "RepairButton"}), (QStringList{"AddButton", "RepairButton"}));
     }
 
-    // A repair run through the page on real files; one of them has 16-bit PCM audio and fails.
-    void realRun()
-    {
-        const QString in = m_dir.filePath("run");
-        QDir().mkpath(in);
-        Fixtures::Clip good;
-        good.seconds = 1;
-        Fixtures::Clip pcm = good;
-        pcm.audioCodec = "pcm_s16le";
-        QVERIFY(Fixtures::Make(in + "/good.mp4", good));
-        QVERIFY(Fixtures::Make(in + "/good.mov", good));
-        QVERIFY(Fixtures::Make(in + "/pcm.mov", pcm));
-
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{in + "/good.mp4", in + "/good.mov", in + "/pcm.mov"};
-        page.OnAddVideoFile();
-        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
-        ModalAnswerer noBoxes(QMessageBox::Ok, 1000);
-        Button(&page, "RepairButton")->click();
-        QVERIFY(!noBoxes.Answered());
-        QVERIFY(!Button(&page, "AddButton")->isEnabled());
-        QVERIFY(finished.wait(120000));
-        QTRY_VERIFY(!bProcessRunning);
-        QCoreApplication::processEvents();
-
-        QCOMPARE(mY_unsupportedList, QStringList{"pcm.mov"});
-        QStringList repaired = AllFiles;
-        repaired.sort();
-        QCOMPARE(repaired, (QStringList{"good.mov", "good.mp4"}));
-        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
-        for (int i = 0; i < root->childCount(); ++i)
-            QVERIFY(root->child(i)->text(Col::TemporaryPath).startsWith(VideoRepairWindow::TempFolder() + "/"));
-        QVERIFY(QFileInfo::exists(VideoRepairWindow::TempFolder() + "/good.mp4"));
-        QVERIFY(!QFileInfo::exists(VideoRepairWindow::TempFolder() + "/pcm.mov"));
-        QVERIFY(Fixtures::DecodeErrors(VideoRepairWindow::TempFolder() + "/good.mov").isEmpty());
-        QVERIFY(page.Worker()->UnsupportedList().isEmpty());
-        QCOMPARE(Bar(&page, "progressBarOverAll")->maximum(), 3);
-        QCOMPARE(Bar(&page, "progressBarOverAll")->value(), 2); // the last of the three files
-
-        // After the run a preview plays a copy made beside the working copy.
-        strPreviewerPath = "/bin/true";
-        QTreeWidgetItem *mp4 = nullptr;
-        for (int i = 0; i < root->childCount(); ++i)
-            if (root->child(i)->text(Col::Name) == "good.mp4")
-                mp4 = root->child(i);
-        page.OnDoubleClicked(mp4, 0);
-        QCOMPARE(lstRunningFilePath, QStringList{VideoRepairWindow::TempFolder() + "/ good.mp4"});
-        QVERIFY(QFileInfo::exists(lstRunningFilePath.first()));
-
-        // The save page takes over, with each row's outcome.
-        QVERIFY(page.isHidden());
-        VideoSavingWindow *save = page.SavingWindow();
-        QVERIFY(save && save->isVisible());
-        QStringList statuses;
-        for (QTreeWidgetItemIterator it(save->Tree()); *it; ++it)
-            statuses << (*it)->text(0) + ": " + (*it)->text(7);
-        statuses.sort();
-        QCOMPARE(statuses, (QStringList{"Video File(s): ", "good.mov: Successfully Repaired",
-                                        "good.mp4: Successfully Repaired", "pcm.mov: Repair Failed"}));
-    }
-
-    // The stop question during a run: No lets the run go on, Yes ends it with the rows kept.
+    // The stop question during a run: No lets the run go on, Yes ends it with the rows kept; a Yes
+    // that comes after the run has ended stops nothing.
     void stopQuestion_data()
     {
         QTest::addColumn<int>("answer");
@@ -264,17 +174,10 @@ private Q_SLOTS:
     void stopQuestion()
     {
         QFETCH(int, answer);
-        const QString in = m_dir.filePath("stop");
-        QDir().mkpath(in);
-        Fixtures::Clip clip;
-        clip.seconds = 6;
-        clip.size = "640x480";
-        QVERIFY(Fixtures::Make(in + "/long.mp4", clip));
-
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{in + "/long.mp4"};
-        page.OnAddVideoFile();
+        const QString in = m_dir.filePath("long.mp4");
+        QVERIFY(QFileInfo::exists(in) ||
+                Fixtures::Make(in, Fixtures::Clip::Of("libx264", "aac", 6, {}, "640x480")));
+        Page page({in});
         QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
         QSignalSpy aborted(page.Worker(), &ThreadVideoRepair::ProcessAborted);
         ModalAnswerer box{QMessageBox::StandardButton(answer)};
@@ -284,71 +187,92 @@ private Q_SLOTS:
                 page.OnStop();
         });
         Button(&page, "RepairButton")->click();
+        QCOMPARE(Enabled(&page, {"AddButton", "BackButton"}), QStringList());
         QTRY_VERIFY_WITH_TIMEOUT(!finished.isEmpty() || !aborted.isEmpty(), 120000);
-        QCOMPARE(box.Text(), QString("Process cannot be resumed from the current stage."));
-        QCOMPARE(box.InformativeText(), QString("Do you want to abort the current process?"));
+        QCOMPARE(box.Text() + box.InformativeText(),
+                 QString("Process cannot be resumed from the current stage.Do you want to abort the current "
+                         "process?"));
         if (answer == QMessageBox::No) {
             QCOMPARE(finished.size(), 1);
             QTRY_VERIFY(page.SavingWindow()); // the hand-over arrives queued
+            page.Worker()->wait();
+            ModalAnswerer late(QMessageBox::Yes);
+            page.OnStop();
         } else {
             QCOMPARE(aborted.size(), 1);
-            // The page learns of the end through a queued signal.
-            QTRY_VERIFY(Button(&page, "StopButton")->isHidden());
-            QVERIFY(Button(&page, "RepairButton")->isEnabled());
-            QVERIFY(Button(&page, "AddButton")->isEnabled());
-            QCOMPARE(page.Tree()->topLevelItem(0)->childCount(), 1);
-            QVERIFY(!page.SavingWindow());
+            QTRY_VERIFY(Button(&page, "StopButton")->isHidden()); // the end arrives queued
+            QCOMPARE(Enabled(&page, {"AddButton", "BackButton", "RepairButton"}),
+                     (QStringList{"AddButton", "BackButton", "RepairButton"}));
+            QVERIFY(page.Root()->childCount() == 1 && !page.SavingWindow());
         }
         QVERIFY(!bStopFlag);
     }
 
     void notEnoughSpaceStartsNothing()
     {
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{File("big.mov", 5000)};
-        page.OnAddVideoFile();
+        Page page({File("big.mov", 5000)});
         page.freeBytes = 4999;
-        QSignalSpy started(page.Worker(), &QThread::started);
         ModalAnswerer box(QMessageBox::Ok);
         Button(&page, "RepairButton")->click();
         QCOMPARE(box.Text(), QString("Insufficient space on boot drive to save temporary data."));
         QCOMPARE(box.Icon(), QMessageBox::Warning);
-        QVERIFY(!page.Worker()->isRunning());
-        QVERIFY(started.isEmpty());
-        QVERIFY(Button(&page, "AddButton")->isEnabled());
-        QVERIFY(Button(&page, "RepairButton")->isEnabled());
+        QVERIFY(!page.Worker()->isRunning() && !bProcessRunning);
+        QCOMPARE(Enabled(&page, {"AddButton", "RepairButton"}), (QStringList{"AddButton", "RepairButton"}));
     }
 
-    // A page destroyed with its preview still running leaves nothing behind that stops the next run.
-    void nextRunAfterADestroyedPage()
+    // Back leaves the working folder behind it and tells the start page how to show itself; a close
+    // asks first, and a Yes also removes the preview copies and ends the preview programs.
+    void leaving_data()
     {
-        strPreviewerPath = "/bin/sleep 30 #"; // a preview program that stays open
-        {
-            Page page;
-            page.OnInitialSettings();
-            page.answer = QStringList{File("gone.mov")};
-            page.OnAddVideoFile();
-            page.OnDoubleClicked(page.Tree()->topLevelItem(0)->child(0), 0);
+        QTest::addColumn<QString>("how");
+        QTest::addColumn<bool>("cleaned"); // the working folder removed
+        QTest::addColumn<bool>("previewsEnded");
+        QTest::newRow("back") << "back" << true << false;
+        QTest::newRow("back from a maximised page") << "back maximised" << true << false;
+        QTest::newRow("close, yes") << "yes" << true << true;
+        QTest::newRow("close, no") << "no" << false << false;
+        QTest::newRow("close while a run goes") << "running" << false << false;
+    }
+
+    void leaving()
+    {
+        QFETCH(QString, how);
+        QFETCH(bool, cleaned);
+        QFETCH(bool, previewsEnded);
+        const QString leftover = VideoRepairWindow::TempFolder() + "/left.mov";
+        QVERIFY(QDir().mkpath(VideoRepairWindow::TempFolder()) && Bytes::WriteFile(leftover, "x"));
+        strPreviewerPath = Previewer(m_dir.filePath("leaving.log"));
+        Page page({File("shown.mov")});
+        page.show();
+        page.OnDoubleClicked(page.Root()->child(0), 0);
+        const QString copy = PreviewCopyName(m_dir.filePath("shown.mov"));
+        QTRY_VERIFY(Previewing(copy));
+
+        QSignalSpy back(&page, &VideoRepairWindow::OnBack);
+        ModalAnswerer box(how == "no" ? QMessageBox::No : QMessageBox::Yes, 500);
+        bProcessRunning = how == "running";
+        if (how.startsWith("back")) {
+            page.setWindowState(how == "back" ? Qt::WindowNoState : Qt::WindowMaximized);
+            Button(&page, "BackButton")->click();
+            QCOMPARE(back.size(), 1);
+            QCOMPARE(back.at(0).at(0).toBool(), how == "back maximised");
+            QVERIFY(page.isHidden() && !box.Answered());
+        } else {
+            QCOMPARE(page.close(), how == "yes");
+            QCOMPARE(box.Texts(), how == "running"
+                                      ? QStringList()
+                                      : QStringList{"Do you want to close Corvane Aldrake Video Repair? "});
+            QCOMPARE(CloseSuccess, how == "yes");
+            QVERIFY(back.isEmpty());
         }
-        QVERIFY(!bStopFlag);
-        const QString in = m_dir.filePath("next");
-        QDir().mkpath(in);
-        Fixtures::Clip clip;
-        clip.seconds = 1;
-        QVERIFY(Fixtures::Make(in + "/next.mp4", clip));
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{in + "/next.mp4"};
-        page.OnAddVideoFile();
-        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
-        Button(&page, "RepairButton")->click();
-        QVERIFY(finished.wait(120000));
-        QVERIFY(QFileInfo::exists(VideoRepairWindow::TempFolder() + "/next.mp4"));
-        page.Worker()->wait();
-        ModalAnswerer late(QMessageBox::Yes); // the run is over: a Yes has nothing left to stop
-        page.OnStop();
-        QVERIFY(!bStopFlag);
+        bProcessRunning = false;
+        QCOMPARE(QFileInfo::exists(leftover), !cleaned);
+        QCOMPARE(QFileInfo::exists(copy), !previewsEnded);
+        if (previewsEnded)
+            QTRY_VERIFY(!Previewing(copy));
+        else
+            QVERIFY(Previewing(copy));
+        QDir(VideoRepairWindow::TempFolder()).removeRecursively();
     }
 
     void f4vIsNotPreviewed_data()
@@ -357,7 +281,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("doubleClick");
         QTest::addColumn<QString>("title");
         QTest::newRow("button") << "clip.f4v" << false << "Corvane Aldrake Video Repair";
-        QTest::newRow("double-click, upper case") << "CLIP.F4V" << true << "Corvane Aldrake File Video Repair";
+        QTest::newRow("double-click, upper case")
+            << "CLIP.F4V" << true << "Corvane Aldrake File Video Repair";
     }
 
     void f4vIsNotPreviewed()
@@ -365,93 +290,118 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(bool, doubleClick);
         QFETCH(QString, title);
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{File(name)};
-        page.OnAddVideoFile();
-        QTreeWidgetItem *row = page.Tree()->topLevelItem(0)->child(0);
+        Page page({File(name)});
         ModalAnswerer box(QMessageBox::Ok);
-        if (doubleClick) {
-            page.OnDoubleClicked(row, 0);
-        } else {
-            row->setSelected(true);
-            Button(&page, "PreviewButton")->setEnabled(true);
-            Button(&page, "PreviewButton")->click();
-        }
-        QCOMPARE(box.Text(), QString("\nPreview not supported for this file type."));
-        QCOMPARE(box.Title(), title);
+        page.Root()->child(0)->setSelected(true);
+        if (doubleClick)
+            page.OnDoubleClicked(page.Root()->child(0), 0);
+        else
+            page.OnPreviewMovFile();
+        QCOMPARE(box.Title() + box.Text(), title + "\nPreview not supported for this file type.");
         QVERIFY(!QFileInfo::exists(PreviewCopyName(m_dir.filePath(name))));
     }
 
     // Previews run the preview program on a copy named with a leading blank; a second preview ends
-    // the first program and deletes its copy. A stand-in program records what it was given. A
-    // double-click on the root only folds the list, and a file that has gone is not played.
+    // the first program and deletes its copy. A double-click on the root only folds the list, and a
+    // file that has gone is not played.
     void previewTwice()
     {
-        const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
-        QDir().mkpath(bin);
         const QString log = m_dir.filePath("previewer.log");
-        const QString fake = bin + "/VideoFileUtil";
-        {
-            QFile f(fake);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(QString("#!/bin/sh\necho \"$1\" >> '%1'\nexec sleep 30\n").arg(log).toUtf8());
-        }
-        QFile::setPermissions(fake, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        strPreviewerPath = fake;
-
-        Page page;
-        page.OnInitialSettings();
-        const QString first = File("first.mov", 3000);
-        const QString second = File("second.mov", 5000);
-        page.answer = QStringList{first, second};
-        page.OnAddVideoFile();
-        QTreeWidgetItem *root = page.Tree()->topLevelItem(0);
-
-        page.OnDoubleClicked(root->child(0), 0);
-        const QString firstCopy = PreviewCopyName(first);
-        QCOMPARE(QFileInfo(firstCopy).size(), 3000);
+        strPreviewerPath = Previewer(log);
+        const QString first = File("first.mov", 3000), second = File("second.mov", 5000);
+        Page page({first, second});
+        page.OnDoubleClicked(page.Root()->child(0), 0);
+        QCOMPARE(QFileInfo(PreviewCopyName(first)).size(), 3000);
         QTRY_VERIFY(QFileInfo::exists(log));
-
-        page.OnDoubleClicked(root->child(1), 0);
-        QVERIFY(!QFileInfo::exists(firstCopy));
+        page.OnDoubleClicked(page.Root()->child(1), 0);
+        QVERIFY(!QFileInfo::exists(PreviewCopyName(first)));
         QCOMPARE(QFileInfo(PreviewCopyName(second)).size(), 5000);
-        QTRY_COMPARE(ReadText(log), firstCopy + "\n" + PreviewCopyName(second) + "\n");
+        QTRY_COMPARE(QString(Bytes::ReadFile(log)),
+                     PreviewCopyName(first) + "\n" + PreviewCopyName(second) + "\n");
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
-        QVERIFY(QFileInfo::exists(first)); // the user's files are untouched
-        QVERIFY(QFileInfo::exists(second));
+        QVERIFY(QFileInfo::exists(first) && QFileInfo::exists(second)); // the user's files are untouched
 
-        page.OnDoubleClicked(root, 0);
+        page.OnDoubleClicked(page.Root(), 0);
         QVERIFY(QFileInfo::exists(PreviewCopyName(second)));
         QFile::remove(first);
         ModalAnswerer box(QMessageBox::Ok);
-        page.OnDoubleClicked(root->child(0), 0);
+        page.OnDoubleClicked(page.Root()->child(0), 0);
         QCOMPARE(box.Text(), QString("Preview not available."));
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
     }
 
-    // A file of the user's that already has the copy's name is left alone.
+    // A file of the user's that already has the copy's name is left alone: the copy goes into a
+    // private folder, whose guessable name in the shared temporary folder may hold a planted link.
     void previewNeverOverwritesAUsersFile()
     {
         strPreviewerPath = "/bin/true";
-        const QString source = File("mine.mov", 100);
-        const QString taken = PreviewCopyName(source);
-        {
-            QFile f(taken);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("my own file");
-        }
-        Page page;
-        page.OnInitialSettings();
-        page.answer = QStringList{source};
-        page.OnAddVideoFile();
-        page.OnDoubleClicked(page.Tree()->topLevelItem(0)->child(0), 0);
-        QCOMPARE(lstRunningFilePath.size(), 1);
-        QVERIFY(lstRunningFilePath.first() != taken);
+        const QString source = File("mine.mov", 100), taken = PreviewCopyName(source);
+        const QString guessed = QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
+                                "/CorvaneVideoPreview-" + QString::number(QCoreApplication::applicationPid());
+        QVERIFY(Bytes::WriteFile(taken, "my own file") && QDir().mkpath(m_dir.filePath("victim")));
+        QVERIFY(QFile::link(m_dir.filePath("victim"), guessed));
+        Page page({source});
+        page.OnDoubleClicked(page.Root()->child(0), 0);
+        QCOMPARE(lstRunningFilePath, QStringList{guessed + "/ mine.mov"});
         QCOMPARE(QFileInfo(lstRunningFilePath.first()).size(), 100);
-        QFile f(taken);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        QCOMPARE(f.readAll(), QByteArray("my own file"));
+        QVERIFY(!QFileInfo(guessed).isSymLink() && QDir(m_dir.filePath("victim")).isEmpty());
+        QCOMPARE(Bytes::ReadFile(taken), QByteArray("my own file"));
+        QDir(guessed).removeRecursively();
+    }
+
+    void sizeText_data()
+    {
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("1.5 GB") << qint64(1610612736) << "1.5 GB";
+        QTest::newRow("cut, not rounded") << qint64(1234567) << "1.17 MB";
+        QTest::newRow("whole KB") << qint64(2048) << "2 KB";
+        QTest::newRow("empty") << qint64(0) << "0 KB";
+        QTest::newRow("one byte") << qint64(1) << "0.00 KB";
+        QTest::newRow("just under 1 MB") << qint64(1048575) << "1023.99 KB";
+        QTest::newRow("terabytes stay in GB") << qint64(3) * (qint64(1) << 40) << "3072 GB";
+    }
+
+    void sizeText()
+    {
+        QFETCH(qint64, bytes);
+        QFETCH(QString, text);
+        QCOMPARE(GetSizeOfItem(bytes), text);
+    }
+
+    // Sizes sort by their bytes, other columns by their text without regard to case; the save page
+    // gets a deep copy of the list, every row keeping its kind and its data.
+    void sortAndClone()
+    {
+        MyTreeWidget tree;
+        tree.setColumnCount(7);
+        auto *root = new MyRightTreeWidgetItem(&tree);
+        const QStringList names{"beta", "Alpha", "gamma"};
+        const QList<qint64> sizes{qint64(2) << 30, 900 * 1024, 1 << 20};
+        for (int i = 0; i < 3; ++i) {
+            auto *row = new MyRightTreeWidgetItem(root);
+            row->setText(Col::Size, GetSizeOfItem(sizes.at(i)));
+            row->setText(Col::Bytes, QString::number(sizes.at(i)));
+            row->setText(Col::Name, names.at(i));
+            row->setText(Col::TemporaryPath, "/tmp/" + names.at(i));
+            row->setCheckState(0, Qt::PartiallyChecked);
+        }
+        auto order = [root](int column) {
+            QStringList texts;
+            for (int i = 0; i < root->childCount(); ++i)
+                texts << root->child(i)->text(column);
+            return texts.join(' ');
+        };
+        tree.sortItems(Col::Size, Qt::AscendingOrder);
+        QCOMPARE(order(Col::Size), QString("900 KB 1 MB 2 GB"));
+        tree.sortItems(Col::Name, Qt::AscendingOrder);
+        QCOMPARE(order(Col::Name), QString("Alpha beta gamma"));
+
+        std::unique_ptr<QTreeWidgetItem> copy(root->clone());
+        QVERIFY(dynamic_cast<MyRightTreeWidgetItem *>(copy.get()) && copy->childCount() == 3);
+        QVERIFY(dynamic_cast<MyRightTreeWidgetItem *>(copy->child(0)) && copy->child(0) != root->child(0));
+        QCOMPARE(copy->child(0)->text(Col::TemporaryPath), QString("/tmp/Alpha"));
+        QCOMPARE(copy->child(0)->checkState(0), Qt::PartiallyChecked);
     }
 };
 

@@ -1,26 +1,33 @@
 // The save page driven as a user would: the tree built from a repair result, the check boxes, a
-// real save with the questions on the way, leaving the page, and previews.
+// real save with the questions on the way, a destination that fills up, leaving the page, and
+// previews; the page's path and script rules, the finish dialog's script and the log report.
 
 #include "Bytes.h"
 #include "ModalAnswerer.h"
+#include "Pages.h"
 #include "app/AppGlobals.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
 #include "pages/repair/RepairResults.h"
 #include "pages/save/FolderDialog.h"
+#include "pages/save/LogReportDlg.h"
+#include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
 #include "pages/save/VideoSavingWindow.h"
 #include "repair/ProcessFlags.h"
 #include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
-#include <QApplication>
 #include <QDir>
 #include <QHeaderView>
 #include <QLabel>
+#include <QProcess>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTextBlock>
+#include <QTextEdit>
 #include <QtTest>
 
 #include <climits>
@@ -30,6 +37,9 @@ namespace
 
 using Col = MyRightTreeWidgetItem::Column;
 using Ticks = QList<Qt::CheckState>;
+using Pages::Button;
+using Pages::Click;
+using Pages::Enabled;
 
 // The page with a free-space figure chosen by the test.
 class Page : public VideoSavingWindow
@@ -45,52 +55,34 @@ public:
     }
 };
 
-QPushButton *Button(QWidget *page, const char *name)
-{
-    return page->findChild<QPushButton *>(name);
-}
-
-QStringList ButtonsEnabled(QWidget *page)
-{
-    QStringList on;
-    for (const char *name : {"SaveButton", "PreviewButton"})
-        if (Button(page, name)->isEnabled())
-            on << name;
-    return on;
-}
-
-// What a click on a check box does: the box toggles, then itemClicked arrives.
-void Click(QTreeWidget *tree, QTreeWidgetItem *row)
-{
-    row->setCheckState(0, row->checkState(0) == Qt::Checked ? Qt::Unchecked : Qt::Checked);
-    Q_EMIT tree->itemClicked(row, 0);
-}
+const QStringList Buttons{"SaveButton", "PreviewButton"};
 
 QTreeWidgetItem *Row(VideoSavingWindow &page, const QString &name)
 {
-    return page.Tree()->findItems(name, Qt::MatchExactly | Qt::MatchRecursive).value(0);
+    return Pages::Row(page.Tree(), name);
 }
 
 // Saves through the Save button and answers the finish dialog; the folder it was to reveal.
 QString SaveAndFinish(VideoSavingWindow &page)
 {
     QString folder;
-    QTimer answer;
-    QObject::connect(&answer, &QTimer::timeout, [&folder] {
-        // Only once the dialog's own loop runs: accepted while it is still being shown, it would
-        // wait on a loop that nothing ends.
-        auto *dlg = qobject_cast<SavingFinishDlg *>(QApplication::activeModalWidget());
-        if (dlg && QThread::currentThread()->loopLevel() > 0) {
-            folder = dlg->SavedFolder();
-            dlg->accept();
-        }
-    });
-    answer.start(10);
+    Pages::DialogAnswerer<SavingFinishDlg> finish(
+        [&folder](SavingFinishDlg *dlg) { folder = dlg->SavedFolder(); });
     Button(&page, "SaveButton")->click();
-    if (!QTest::qWaitFor([&folder] { return !folder.isEmpty(); }, 20000))
+    if (!QTest::qWaitFor([&finish] { return finish.Answered(); }, 20000))
         return QString();
     // The worker's run ends just after its last signal.
     return QTest::qWaitFor([] { return !bProcessRunning; }) ? folder : QString();
+}
+
+// The format of the text fragment that holds text.
+QTextCharFormat FormatOf(QTextDocument *doc, const QString &text)
+{
+    for (QTextBlock b = doc->begin(); b.isValid(); b = b.next())
+        for (auto it = b.begin(); !it.atEnd(); ++it)
+            if (it.fragment().text().contains(text))
+                return it.fragment().charFormat();
+    return QTextCharFormat();
 }
 
 } // namespace
@@ -124,6 +116,19 @@ class TstVideoSavingWindow : public QObject
     }
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        // Stand-ins for the programs the scripts call. Each records its arguments, NUL-ended;
+        // dbus-send fails like a desktop without a file manager service, so xdg-open follows.
+        const QString bin = m_dir.filePath("bin");
+        QDir().mkpath(bin);
+        for (const QString name : {"dbus-send", "xdg-open"})
+            QVERIFY(Bytes::WriteProgram(
+                bin + "/" + name, QString("printf '%s\\0' \"$@\" > '%1.args'\n%2")
+                                      .arg(m_dir.filePath(name), name == "dbus-send" ? "exit 1\n" : "")));
+        qputenv("PATH", bin.toUtf8() + ":" + qgetenv("PATH"));
+    }
+
     void init()
     {
         bProcessRunning = false;
@@ -131,6 +136,10 @@ private Q_SLOTS:
         m_bMax = false;
         mY_unsupportedList.clear();
         AllFiles.clear();
+        for (const char *name : {"dbus-send.args", "xdg-open.args"})
+            QFile::remove(m_dir.filePath(name));
+        QDir(m_dir.filePath("run")).removeRecursively();
+        QDir().mkpath(m_dir.filePath("run"));
     }
 
     // Unticked rows are dropped. Each drop has always cost the build a pass, so FileIDs count on.
@@ -157,7 +166,7 @@ private Q_SLOTS:
                 built << (*it)->text(Col::Name) + "=" + (*it)->text(Col::FileId);
         QCOMPARE(built, rows);
         QCOMPARE(page.Tree()->topLevelItemCount(), rows.isEmpty() ? 0 : 1);
-        QCOMPARE(ButtonsEnabled(&page), rows.isEmpty() ? QStringList() : QStringList{"SaveButton"});
+        QCOMPARE(Enabled(&page, Buttons), rows.isEmpty() ? QStringList() : QStringList{"SaveButton"});
         QVERIFY(page.SourceTree()->isHidden());
     }
 
@@ -166,31 +175,22 @@ private Q_SLOTS:
         Page page(nullptr, Result({"a.mov", "b.mov", "c.mov"}));
         QTreeWidget *tree = page.Tree();
         QTreeWidgetItem *root = tree->topLevelItem(0);
-
         Click(tree, root); // the root unticks every file
-        QCOMPARE(root->child(2)->checkState(0), Qt::Unchecked);
-        QCOMPARE(ButtonsEnabled(&page), QStringList());
+        QCOMPARE(Pages::Ticks(tree) + Enabled(&page, Buttons).join(','), QString("U:UUU"));
         Click(tree, root->child(1));
-        QCOMPARE(root->checkState(0), Qt::PartiallyChecked);
-        QCOMPARE(ButtonsEnabled(&page), (QStringList{"SaveButton", "PreviewButton"}));
+        QCOMPARE(Pages::Ticks(tree) + Enabled(&page, Buttons).join(','),
+                 QString("P:UCUSaveButton,PreviewButton"));
         Q_EMIT tree->itemClicked(root, 0); // a partly ticked root changes nothing, enables nothing
-        QCOMPARE(root->child(0)->checkState(0), Qt::Unchecked);
-        QCOMPARE(ButtonsEnabled(&page), QStringList());
+        QCOMPARE(Pages::Ticks(tree) + Enabled(&page, Buttons).join(','), QString("P:UCU"));
         Click(tree, root->child(1));
-        QCOMPARE(root->checkState(0), Qt::Unchecked);
-        QCOMPARE(ButtonsEnabled(&page), QStringList{"PreviewButton"});
+        QCOMPARE(Pages::Ticks(tree) + Enabled(&page, Buttons).join(','), QString("U:UUUPreviewButton"));
         Click(tree, root); // and ticks them all again
-        QCOMPARE(root->child(0)->checkState(0), Qt::Checked);
-        QCOMPARE(ButtonsEnabled(&page), QStringList{"SaveButton"});
-
+        QCOMPARE(Pages::Ticks(tree) + Enabled(&page, Buttons).join(','), QString("C:CCCSaveButton"));
         tree->setCurrentItem(root->child(0));
-        QTest::keyClick(tree, Qt::Key_Space);
-        QCOMPARE(root->child(0)->checkState(0), Qt::Checked);
-
-        bProcessRunning = true;
+        QTest::keyClick(tree, Qt::Key_Space); // Space never toggles a box
+        bProcessRunning = true;               // while saving, clicks change nothing
         Click(tree, root->child(0));
-        QCOMPARE(root->checkState(0), Qt::Checked);
-        QCOMPARE(ButtonsEnabled(&page), QStringList{"SaveButton"});
+        QCOMPARE(Pages::Ticks(tree) + Enabled(&page, Buttons).join(','), QString("C:UCCSaveButton"));
     }
 
     // A real save of the ticked files, then the questions that a second save meets.
@@ -209,7 +209,7 @@ private Q_SLOTS:
         QCOMPARE(QDir(saved).entryList(QDir::Files), (QStringList{"a.mov", "c.mov"}));
         QCOMPARE(QFileInfo(saved + "/a.mov").size(), 1007); // the repaired copy
         QVERIFY(Button(&page, "BackButton")->isEnabled() && page.Tree()->isEnabled());
-        QCOMPARE(ButtonsEnabled(&page), QStringList());
+        QCOMPARE(Enabled(&page, Buttons), QStringList());
 
         Click(page.Tree(), Row(page, "b.mov"));
         {
@@ -239,6 +239,33 @@ private Q_SLOTS:
         QVERIFY(!bStopFlag);
     }
 
+    // A destination that fills up during the save (three files of 1.5 MiB on 2 MiB): the run still
+    // ends and the page browses again, as after any save. Needs the right to mount a tmpfs.
+    void fullDestination()
+    {
+        const QString mount = m_dir.filePath("small");
+        QDir().mkpath(mount);
+        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=2m", "tmpfs", mount}) != 0)
+            QSKIP("mounting a small tmpfs is not permitted here");
+        MyRightTreeWidgetItem *result = Result({"clip0.mov", "clip1.mov", "clip2.mov"});
+        for (int i = 0; i < 3; ++i)
+            Bytes::WriteFile(result->child(i)->text(Col::TemporaryPath),
+                             QByteArray(1536 * 1024, char('a' + i)));
+        Page page(nullptr, result);
+        page.show();
+        ChooseFolder = [mount] { return mount; };
+        ModalAnswerer noBoxes(QMessageBox::Ok, 1000);
+        const bool saved = SaveAndFinish(page) == mount + "/Repaired-Video-Files";
+        const QByteArray first = Bytes::ReadFile(mount + "/Repaired-Video-Files/clip0.mov");
+        QProcess::execute("umount", {mount});
+        QVERIFY(saved && !noBoxes.Answered());
+        QCOMPARE(Enabled(&page, {"BackButton", "SaveButton"}), QStringList{"BackButton"});
+        QVERIFY(page.Tree()->isEnabled() && Button(&page, "StopButton")->isHidden());
+        for (QTreeWidgetItemIterator it(page.Tree()); *it; ++it)
+            QCOMPARE((*it)->checkState(0), Qt::Unchecked);
+        QCOMPARE(first, QByteArray(1536 * 1024, 'a')); // the first file fitted and is whole
+    }
+
     void leaving()
     {
         AllFiles = QStringList{"a.mov"};
@@ -262,15 +289,11 @@ private Q_SLOTS:
                                               "Repair result will be lost."}));
         }
         QVERIFY(page.isVisible() && back.isEmpty());
-
-        m_bMax = true; // the page before this one was maximised
         {
             ModalAnswerer yes(QMessageBox::Yes);
             Button(&page, "BackButton")->click();
         }
-        QVERIFY(!page.isVisible());
-        QCOMPARE(back.count(), 1);
-        QVERIFY(back.at(0).at(0).toBool()); // maximised again
+        QVERIFY(!page.isVisible() && back.count() == 1);
         QVERIFY(AllFiles.isEmpty() && mY_unsupportedList.isEmpty());
     }
 
@@ -299,9 +322,7 @@ private Q_SLOTS:
     {
         const QString log = m_dir.filePath("previewer.log");
         strPreviewerPath = m_dir.filePath("VideoFileUtil");
-        QVERIFY(Bytes::WriteFile(strPreviewerPath,
-                                 QString("#!/bin/sh\necho \"$1\" >> '%1'\n").arg(log).toUtf8()));
-        QFile::setPermissions(strPreviewerPath, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QVERIFY(Bytes::WriteProgram(strPreviewerPath, QString("echo \"$1\" >> '%1'\n").arg(log)));
         mY_unsupportedList = QStringList{"bad.mov"};
         Page page(nullptr, Result({"bad.mov", "good.mov"}));
         {
@@ -319,6 +340,96 @@ private Q_SLOTS:
         QTRY_COMPARE(QFileInfo(log).size(), copy.toUtf8().size() + 1);
     }
 
+    // A destination under /Volumes (any letter case) is measured on its volume, anything else on "/".
+    void macVolume()
+    {
+        QCOMPARE(MacSaveVolume("/Volumes/Data/sub"), QString("/Volumes/Data"));
+        QCOMPARE(MacSaveVolume("/VOLUMES/Data"), QString("/VOLUMES/Data"));
+        QCOMPARE(MacSaveVolume("/Users/x"), QString("/"));
+        QCOMPARE(MacSaveVolume("/VolumesX/Data"), QString("/"));
+    }
+
+    void macScriptEscapes()
+    {
+        QCOMPARE(MacRevealScript("/Volumes/A \"B\"\\\n").section('\n', 2, 2),
+                 QString("set theFile to \"/Volumes/A \\\"B\\\"\\\\\\n\""));
+    }
+
+    // The Linux script for real, through the dialog: the folder reaches the file manager as one
+    // exact argument, and nothing in its name runs.
+    void linuxScriptRunsNothing_data()
+    {
+        // Names that a shell would run, or that would end a heredoc early; and a link planted at the
+        // script's shared path, which must not be written through.
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("planted");
+        QTest::newRow("command substitution") << "$(touch X)" << false;
+        QTest::newRow("line break then EOT") << "a\nEOT\ntouch X\nb" << false;
+        QTest::newRow("quotes, backslash, comma") << "it's \"here\" \\ $HOME, Vidéos" << false;
+        QTest::newRow("a link at the script's path") << "Repaired-Video-Files" << true;
+    }
+
+    void linuxScriptRunsNothing()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, planted);
+        const QString folder = m_dir.filePath("run/" + name), victim = m_dir.filePath("run/victim");
+        QFile::remove(RevealScriptPath);
+        if (planted)
+            QVERIFY(Bytes::WriteFile(victim, "exit 0\n") && QFile::link(victim, RevealScriptPath));
+        const QString cwd = QDir::currentPath();
+        QDir::setCurrent(m_dir.filePath("run"));
+        SavingFinishDlg(nullptr, folder).ShowDestPath();
+        QDir::setCurrent(cwd);
+
+        QVERIFY(!QFileInfo::exists(RevealScriptPath) && !QFileInfo(RevealScriptPath).isSymLink());
+        QTRY_COMPARE(Bytes::ReadFile(m_dir.filePath("xdg-open.args")), folder.toUtf8() + '\0');
+        QVERIFY(!planted || Bytes::ReadFile(victim) == "exit 0\n");
+        const QByteArray uri = QUrl::fromLocalFile(folder).toEncoded().replace(",", "%2C");
+        QVERIFY(
+            Bytes::ReadFile(m_dir.filePath("dbus-send.args")).split('\0').contains("array:string:" + uri));
+        QVERIFY(!QFileInfo::exists(m_dir.filePath("run/X")));
+    }
+
+    // Failed and repaired files, laid out as the report always has been (the two kinds of entry
+    // differ in the blank after "File Status:" and in the empty line before the stars), with each
+    // file's reason and further lines from its outcome; a name without one keeps the old texts.
+    void logReportText()
+    {
+        mY_unsupportedList = QStringList{"bad.mov", "lost.mp4"};
+        AllFiles = QStringList{"good.mp4"};
+        RepairOutcome lost, good;
+        lost.source = "/in/lost.mp4";
+        lost.verdict = RepairOutcome::Verdict::NotPlayable;
+        good.source = "/in/good.mp4";
+        good.notes = QStringList{"A line of its own."};
+        lstRepairOutcomes = {lost, good};
+        LogReportDlg dlg;
+        dlg.OnLogReportStatus();
+        QString text = dlg.LogTxtEdit()->toPlainText();
+        QCOMPARE(
+            text.count(QRegularExpression("Date and Time:    \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\n")),
+            3);
+        text.replace(QRegularExpression("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "STAMP");
+        const QString stars = QString("* ").repeated(32) + "*";
+        QCOMPARE(text, "***Corvane Aldrake Video Repair Log Report***\n\n"
+                       "Video File Name : bad.mov\nFile Status:\n"
+                       "Failed due to unsupported Audio or Video codecs.\nDate and Time:    STAMP\n\n" +
+                           stars + "\n \n" +
+                           "Video File Name : lost.mp4\nFile Status:\n"
+                           "No playable video was found in the file.\nDate and Time:    STAMP\n\n" +
+                           stars + "\n \n" +
+                           "Video File Name : good.mp4\nFile Status: \n"
+                           "Successfully Repaired. \nA line of its own.\nDate and Time:    STAMP\n" +
+                           stars + "\n \n");
+
+        QTextDocument *doc = dlg.LogTxtEdit()->document();
+        QCOMPARE(FormatOf(doc, "Failed due").foreground().color(), QColor("red"));
+        QCOMPARE(FormatOf(doc, "No playable").foreground().color(), QColor("red"));
+        QCOMPARE(FormatOf(doc, "Successfully Repaired").foreground().color(), QColor("green"));
+        QVERIFY(FormatOf(doc, "A line of its own").foreground().style() == Qt::NoBrush);
+        lstRepairOutcomes.clear();
+    }
 };
 
 QTEST_MAIN(TstVideoSavingWindow)

@@ -1,14 +1,21 @@
 // The player widget and its decoder on clips made with ffmpeg: opening, the aspect ratio, playing,
 // pausing, seeking to the right picture, the end of a file, bad files, bounded queues, the sound
-// clock, and tearing down at any moment.
+// clock, and tearing down at any moment. Then the preview panel behind CallSelectedItems and
+// SetWindowLevel: it shows the file, removes it once the player holds it (even one it cannot play),
+// closes on a second call, and SetWindowLevel returns only once it is closed.
 
 #include "Bytes.h"
 #include "Fixtures.h"
+#include "Pages.h"
+#include "previewer/NativeBridge.h"
 #include "previewer/PlayerDecoder.h"
 #include "previewer/PlayerWidget.h"
+#include "previewer/PreviewPanel.h"
 #include "previewer/SoundFeed.h"
+#include "workers/PreviewState.h"
 
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -45,15 +52,9 @@ QRect Drawn(const QImage &image)
     return box;
 }
 
-bool Silent(const QByteArray &sound) { return sound.count('\0') == sound.size(); }
-
-int Colours(const QImage &image)
+bool Silent(const QByteArray &sound)
 {
-    QSet<QRgb> colours;
-    for (int y = 0; y < image.height(); y += 3)
-        for (int x = 0; x < image.width(); x += 3)
-            colours.insert(image.pixel(x, y));
-    return colours.size();
+    return sound.count('\0') == sound.size();
 }
 
 bool OpenAndWait(PlayerWidget &player, const QString &path, bool play)
@@ -78,6 +79,7 @@ class TstPlayerWidget : public QObject
 
     QTemporaryDir m_dir;
     QString m_clip; // 3 s, 320x240 at 25 frames a second, H.264 and AAC
+    int m_copies = 0;
 
     QString Path(const QString &name) const { return m_dir.filePath(name); }
 
@@ -89,25 +91,53 @@ class TstPlayerWidget : public QObject
         return QImage(png);
     }
 
+    // A preview copy of `source`, named as the pages name them: with one leading blank.
+    QString Copy(const QString &source)
+    {
+        const QString copy = Path(QString(" copy%1.mp4").arg(++m_copies));
+        return QFile::copy(source, copy) ? copy : QString();
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
         m_clip = Path("clip.mp4");
-        Fixtures::Clip clip;
-        clip.seconds = 3.0;
-        QVERIFY(Fixtures::Make(m_clip, clip));
+        QVERIFY(Fixtures::Make(m_clip, Fixtures::Clip::Of("libx264", "aac", 3)));
+        QVERIFY(Bytes::WriteFile(Path("garbage.mp4"), QByteArray(5000, 'x')));
     }
 
+    void cleanup()
+    {
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (qobject_cast<PreviewPanel *>(w))
+                w->close();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(!Pages::Shown<PreviewPanel>());
+    }
+
+    // Files that open (the first picture shows before playing starts) and files refused with a
+    // reason; rows with bytes are written as they are, "missing" is no file at all.
     void opens_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("video");
         QTest::addColumn<QString>("audio");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("reason");
         QTest::newRow("MPEG-4 without sound, blank and accents in the name") << "vidéo été .mov"
                                                                              << "mpeg4"
-                                                                             << "";
-        QTest::newRow("sound only in .m4a") << "c.m4a" << "" << "aac";
+                                                                             << "" << QByteArray() << "";
+        QTest::newRow("sound only in .m4a") << "c.m4a"
+                                            << ""
+                                            << "aac" << QByteArray() << "";
+        QTest::newRow("missing") << "bad-missing.mov"
+                                 << ""
+                                 << "" << QByteArray("missing") << "No such file or directory";
+        QTest::newRow("a header and nothing more") << "bad.mov"
+                                                   << ""
+                                                   << "" << Bytes::Builder().Box(24, "ftyp").Zeros(16).Data()
+                                                   << "Invalid data found when processing input";
     }
 
     void opens()
@@ -115,22 +145,34 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QString, video);
         QFETCH(QString, audio);
-        Fixtures::Clip clip;
-        clip.videoCodec = video;
-        clip.audioCodec = audio;
-        QVERIFY(Fixtures::Make(Path(name), clip));
-
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, reason);
+        if (bytes.isEmpty())
+            QVERIFY(Fixtures::Make(Path(name), Fixtures::Clip::Of(video, audio)));
+        else if (bytes != "missing")
+            QVERIFY(Bytes::WriteFile(Path(name), bytes));
         PlayerWidget player;
         player.resize(400, 340);
         player.show();
-        QVERIFY(OpenAndWait(player, Path(name), false));
+        QSignalSpy errors(&player, &PlayerWidget::error);
+        QSignalSpy opened(&player, &PlayerWidget::opened);
+        player.Open(Path(name), false);
+        if (!reason.isEmpty()) {
+            QVERIFY(errors.wait(kOpenTimeout) || errors.count() == 1);
+            QCOMPARE(errors.at(0).at(0).toString(), "This file cannot be played.\n" + reason);
+            QCOMPARE(opened.count(), 0);
+            player.Play();
+            QVERIFY(!player.IsOpen() && !player.IsPlaying());
+            return;
+        }
+        QVERIFY(opened.wait(kOpenTimeout) || opened.count() == 1);
         QVERIFY(player.IsOpen() && !player.IsPlaying() && player.Message().isEmpty());
         QVERIFY2(qAbs(player.Duration() - 2000) <= 100, qPrintable(QString::number(player.Duration())));
         if (video.isEmpty()) {
             QTest::qWait(300);
-            QCOMPARE(Colours(player.View()->grab().toImage()), 1);
-        } else { // the first picture shows before playing starts
-            QTRY_VERIFY_WITH_TIMEOUT(Colours(player.View()->grab().toImage()) > 8, 5000);
+            QCOMPARE(Pages::Colours(player.View()->grab().toImage()), 1);
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(Pages::Colours(player.View()->grab().toImage()) > 8, 5000);
         }
     }
 
@@ -212,34 +254,6 @@ private Q_SLOTS:
         QVERIFY(player.IsPlaying() && player.Position() < 300);
     }
 
-    void refusesFiles_data()
-    {
-        QTest::addColumn<QByteArray>("bytes"); // "missing" for no file at all
-        QTest::addColumn<QString>("reason");
-        QTest::newRow("missing") << QByteArray("missing") << "No such file or directory";
-        QTest::newRow("a header and nothing more") << Bytes::Builder().Box(24, "ftyp").Zeros(16).Data()
-                                                   << "Invalid data found when processing input";
-    }
-
-    void refusesFiles()
-    {
-        QFETCH(QByteArray, bytes);
-        QFETCH(QString, reason);
-        const QString file = Path(QString("bad-%1.mov").arg(QTest::currentDataTag()));
-        if (bytes != "missing")
-            Bytes::WriteFile(file, bytes);
-        PlayerWidget player;
-        player.show();
-        QSignalSpy errors(&player, &PlayerWidget::error);
-        QSignalSpy opened(&player, &PlayerWidget::opened);
-        player.Open(file);
-        QVERIFY(errors.wait(kOpenTimeout) || errors.count() == 1);
-        QCOMPARE(errors.at(0).at(0).toString(), "This file cannot be played.\n" + reason);
-        QCOMPARE(opened.count(), 0);
-        player.Play();
-        QVERIFY(!player.IsOpen() && !player.IsPlaying());
-    }
-
     // Files opened before the last one answered say nothing; tearing down never waits long.
     void opensInPlaceAndTearsDown()
     {
@@ -260,7 +274,7 @@ private Q_SLOTS:
 
         player = std::make_unique<PlayerWidget>();
         player->Open(m_clip);
-        player.reset(); // while opening
+        player.reset();    // while opening
         QTest::qWait(100); // nothing the decoders left behind reaches a destroyed widget
     }
 
@@ -333,6 +347,70 @@ private Q_SLOTS:
         const double before = feed.Position();
         QCOMPARE(feed.Read(tenth.data(), tenth.size()), qint64(tenth.size()));
         QVERIFY(Silent(tenth) && qAbs(feed.Position() - before - 0.1) < 1e-9);
+    }
+
+    void showsThenClosesOnTheNextCall()
+    {
+        const QString first = Copy(m_clip);
+        CallSelectedItems(first);
+        QPointer<PreviewPanel> panel = Pages::Shown<PreviewPanel>();
+        QVERIFY(panel);
+        QCOMPARE(panel->windowTitle(), QString(" copy1.mp4"));
+        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(first), 10000);
+        // The removed file goes on playing.
+        QTRY_VERIFY_WITH_TIMEOUT(panel->Player()->Position() > 500, 5000);
+
+        // A call while the panel shows closes it and leaves the file it was given alone.
+        const QString second = Copy(m_clip);
+        CallSelectedItems(second);
+        QVERIFY(!Pages::Shown<PreviewPanel>() && QFile::exists(second));
+        QTRY_VERIFY(!panel);
+
+        // The call after that shows the new file.
+        CallSelectedItems(second);
+        QVERIFY(Pages::Shown<PreviewPanel>());
+        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(second), 10000);
+    }
+
+    void setWindowLevelReturnsOnceClosed_data()
+    {
+        QTest::addColumn<QString>("source"); // empty: no file at all
+
+        QTest::newRow("a clip") << "clip.mp4";
+        QTest::newRow("a file it cannot play") << "garbage.mp4";
+        QTest::newRow("no file") << "";
+    }
+
+    void setWindowLevelReturnsOnceClosed()
+    {
+        QFETCH(QString, source);
+        strFileForPreview = source.isEmpty() ? m_dir.filePath(" gone.mp4") : Copy(Path(source));
+        bQuickLookClose = false;
+
+        // Closes the panel once it shows the file and the file is gone, as a user would.
+        bool sawItShowing = false;
+        QTimer user;
+        connect(&user, &QTimer::timeout, this, [&] {
+            PreviewPanel *panel = Pages::Shown<PreviewPanel>();
+            if (panel && (panel->Player()->IsOpen() || !panel->Player()->Message().isEmpty()) &&
+                !QFile::exists(strFileForPreview)) {
+                sawItShowing = true;
+                panel->close();
+            }
+        });
+        user.start(20);
+        // Never hang the suite: a panel that never reaches that state is closed anyway.
+        QObject guard; // ends the timer with this row
+        QTimer::singleShot(20000, &guard, [] {
+            if (PreviewPanel *panel = Pages::Shown<PreviewPanel>())
+                panel->close();
+        });
+
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(SetWindowLevel(0, 0, nullptr), 0);
+        QVERIFY(timer.elapsed() < 20000 && sawItShowing && bQuickLookClose);
+        QVERIFY(!QFile::exists(strFileForPreview) && !Pages::Shown<PreviewPanel>());
     }
 };
 

@@ -20,17 +20,13 @@ private Q_SLOTS:
     void videoOnlyFirstIsFinished()
     {
         QTemporaryDir dir;
-        Fixtures::Clip clip;
-        clip.audioCodec.clear();
-        clip.seconds = 4;
-        clip.extra = QStringList{"-b:v", "1500k", "-g", "5"};
         const QString source = dir.filePath("video-only.mp4");
-        QVERIFY(Fixtures::Make(source, clip));
+        QVERIFY(Fixtures::Make(source, Fixtures::Clip::Of("libx264", "", 4, {"-b:v", "1500k", "-g", "5"})));
         QByteArray bytes = Bytes::ReadFile(source);
         bytes.replace(bytes.size() / 2, 65536, QByteArray(65536, '\0'));
         QVERIFY(Bytes::WriteFile(source, bytes));
         const QString temp = dir.filePath("work");
-        QDir().mkpath(temp);
+        QVERIFY(QDir().mkpath(temp));
 
         ThreadVideoRepair worker;
         worker.SetInitialSettings({source}, temp);
@@ -38,12 +34,11 @@ private Q_SLOTS:
 
         QVERIFY(worker.UnsupportedList().isEmpty());
         QCOMPARE(QDir(temp).entryList(QDir::Files), QStringList{"video-only.mp4"});
-        const RepairOutcome outcome = worker.Outcomes().value(0);
-        QCOMPARE(outcome.verdict, RepairOutcome::Verdict::Repaired);
-        QCOMPARE(outcome.madeBy, QString("re-encoded"));
+        QCOMPARE(worker.Outcomes().value(0).verdict, RepairOutcome::Verdict::Repaired);
+        QCOMPARE(worker.Outcomes().value(0).madeBy, QString("re-encoded"));
         const QString theirs = dir.filePath("ffmpeg.mp4");
-        QVERIFY(Fixtures::Ffmpeg({"-err_detect", "ignore_err", "-i", source, "-c:v", "libx264", "-preset",
-                                  "veryfast", theirs}));
+        QVERIFY(Fixtures::Ffmpeg(
+            {"-err_detect", "ignore_err", "-i", source, "-c:v", "libx264", "-preset", "veryfast", theirs}));
         const qint64 ours = Fixtures::Played(temp + "/video-only.mp4").frames;
         const qint64 ffmpeg = Fixtures::Played(theirs).frames;
         QVERIFY2(ours >= std::ceil(0.99 * double(ffmpeg)),

@@ -3,9 +3,11 @@
 #include <QProcess>
 #include <QtGlobal>
 
-namespace Fixtures {
+namespace Fixtures
+{
 
-namespace {
+namespace
+{
 
 QString Run(const QString &program, const QStringList &args, int *exitCode, QString *err = nullptr)
 {
@@ -23,14 +25,14 @@ QString Run(const QString &program, const QStringList &args, int *exitCode, QStr
     return QString::fromLocal8Bit(p.readAllStandardOutput());
 }
 
+} // namespace
+
 QString Probe(const QString &path, const QStringList &select)
 {
     int code = 0;
     return Run("ffprobe", QStringList{"-v", "error"} + select + QStringList{"-of", "csv=p=0", path}, &code)
         .trimmed();
 }
-
-} // namespace
 
 bool Ffmpeg(const QStringList &args, QString *errors)
 {
@@ -47,14 +49,19 @@ bool Make(const QString &path, const Clip &clip)
     const QString seconds = QString::number(clip.seconds);
     QStringList args;
     if (!clip.videoCodec.isEmpty())
-        args << "-f" << "lavfi" << "-i"
+        args << "-f"
+             << "lavfi"
+             << "-i"
              << QString("%1=size=%2:rate=%3:duration=%4").arg(clip.pattern, clip.size, clip.rate, seconds);
     if (!clip.audioCodec.isEmpty())
-        args << "-f" << "lavfi" << "-i" << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
+        args << "-f"
+             << "lavfi"
+             << "-i" << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
     if (!clip.videoCodec.isEmpty())
         args << "-c:v" << clip.videoCodec << "-pix_fmt" << clip.pixelFormat;
     if (!clip.audioCodec.isEmpty())
-        args << "-c:a" << clip.audioCodec << "-ac" << "2";
+        args << "-c:a" << clip.audioCodec << "-ac"
+             << "2";
     args << clip.extra << path;
     QString errors;
     if (!Ffmpeg(args, &errors)) {
@@ -72,14 +79,16 @@ QString DecodeErrors(const QString &path)
     return errors.trimmed();
 }
 
-namespace {
+namespace
+{
 
 // The last value of `key` in ffmpeg's -progress output over one stream of the file.
 QString LastProgress(const QString &path, const QString &map, const QString &key)
 {
     int code = 0;
-    const QString out = Run("ffmpeg", {"-hide_banner", "-nostdin", "-v", "error", "-i", path, "-map", map,
-                                       "-fps_mode", "passthrough", "-f", "null", "-", "-progress", "pipe:1"},
+    const QString out = Run("ffmpeg",
+                            {"-hide_banner", "-nostdin", "-v", "error", "-i", path, "-map", map, "-fps_mode",
+                             "passthrough", "-f", "null", "-", "-progress", "pipe:1"},
                             &code);
     QString value;
     for (const QString &line : out.split('\n'))

@@ -1,33 +1,60 @@
 #pragma once
 
+#include <QMetaMethod>
 #include <QMutex>
 #include <QObject>
-#include <QString>
+#include <QRegularExpression>
 #include <QStringList>
+#include <QVariant>
 
-// Records the signals of a worker in the order they were emitted, as "Name(argument)" lines. The
-// lambdas run in the emitting thread, so the log is guarded; read it after the worker has ended.
-class SignalLog
+// Records every signal that the sender's own class declares, in the order they were emitted, as
+// "Name(argument, ...)" lines. The signals are received in the emitting thread, so the log is
+// guarded; read it after the sender's thread has ended. As QSignalSpy does, each signal goes to a
+// slot index of its own past QObject's methods, and qt_metacall turns the call back into the
+// signal's name and arguments.
+class SignalLog : public QObject
 {
 public:
-    template <typename Obj, typename... Args>
-    void Watch(Obj *object, void (Obj::*signal)(Args...), const QString &name)
+    explicit SignalLog(QObject *sender) : m_sender(sender)
     {
-        QObject::connect(
-            object, signal, object, [this, name](Args... args) { Add(name + "(" + Join(args...) + ")"); },
-            Qt::DirectConnection);
+        const QMetaObject *meta = sender->metaObject();
+        for (int i = meta->methodOffset(); i < meta->methodCount(); ++i)
+            if (meta->method(i).methodType() == QMetaMethod::Signal) {
+                QMetaObject::connect(sender, i, this, staticMetaObject.methodCount() + m_signals.size(),
+                                     Qt::DirectConnection);
+                m_signals << i;
+            }
     }
 
-    void Add(const QString &line);
-    QStringList Lines() const;
+    QStringList Lines() const
+    {
+        QMutexLocker locker(&m_mutex);
+        return m_lines;
+    }
+
     // Lines whose name is `name`, in order.
-    QStringList Only(const QString &name) const;
+    QStringList Only(const QString &name) const
+    {
+        return Lines().filter(QRegularExpression("^" + QRegularExpression::escape(name) + "\\("));
+    }
+
+    int qt_metacall(QMetaObject::Call call, int id, void **argv) override
+    {
+        id = QObject::qt_metacall(call, id, argv);
+        if (id < 0 || call != QMetaObject::InvokeMetaMethod || id >= m_signals.size())
+            return id;
+        const QMetaMethod signal = m_sender->metaObject()->method(m_signals.at(id));
+        QStringList args;
+        for (int p = 0; p < signal.parameterCount(); ++p)
+            args << QVariant(signal.parameterType(p), argv[p + 1]).toString();
+        QMutexLocker locker(&m_mutex);
+        m_lines << QString::fromLatin1(signal.name()) + "(" + args.join(", ") + ")";
+        return -1;
+    }
 
 private:
-    static QString Join() { return {}; }
-    static QString Join(unsigned long v) { return QString::number(v); }
-    static QString Join(const QString &s) { return s; }
-
+    QObject *m_sender;
+    QList<int> m_signals; // the sender's signal indexes, by our own slot index
     mutable QMutex m_mutex;
     QStringList m_lines;
 };

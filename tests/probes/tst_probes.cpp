@@ -1,0 +1,284 @@
+// The probes: their commands and their parsers, both platforms', on canned output; then the Linux
+// probes running for real on this machine, shell quoting through a real shell, and links planted at
+// the probes' fixed output files.
+#include "Bytes.h"
+#include "probes/ProbeText.h"
+#include "probes/ShellProbes.h"
+#include "probes/ShellQuote.h"
+
+#include <QSysInfo>
+#include <QtTest>
+
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace
+{
+const QString Hostile = QString::fromUtf8("a b 'c' \"d\" ;e $(touch ran1) `touch ran2`\nf Ünï ビデオ");
+} // namespace
+
+class TstProbes : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Commands and parsers, both platforms', on canned output: what the code gives, and what it must
+    // give. Only what the tables say is quoted; a path that a command leaves unquoted is quoted when
+    // the shell would split or read it.
+    void texts_data()
+    {
+        QTest::addColumn<QString>("got");
+        QTest::addColumn<QString>("expected");
+        auto row = [](const char *name, const QString &got, const QString &expected) {
+            QTest::newRow(name) << got << expected;
+        };
+        const QString grepFree = " | grep 'Free Space:' >> /var/tmp/TempFile",
+                      tail = "/VideoFileUtil.app/Contents/MacOS/VideoFileUtil";
+        row("mac free space, repair page", MacProbe::FreeSpaceCommandRepairPage("/Volumes/Data"),
+            "diskutil info /Volumes/Data" + grepFree);
+        row("mac free space, repair page, a blank", MacProbe::FreeSpaceCommandRepairPage("/Volumes/A B"),
+            "diskutil info '/Volumes/A B'" + grepFree);
+        row("mac free space, save page", MacProbe::FreeSpaceCommandSavePage("/Volumes/Data"),
+            "diskutil info '/Volumes/Data'" + grepFree);
+        row("mac version", MacProbe::OsVersionCommand(false),
+            "sw_vers | grep ProductVersion >>/var/tmp/TempFile");
+        row("mac version, PowerPC", MacProbe::OsVersionCommand(true),
+            "sw_vers | grep ProductVersion >& /var/tmp/TempFile");
+        row("mac browser, a user", MacProbe::DefaultsReadCommand("anna"),
+            "defaults read /Users/anna/Library/Preferences/com.apple.LaunchServices >> /var/tmp/browser");
+        row("mac browser, root", MacProbe::DefaultsReadCommand("root"),
+            "defaults read /private/var/root/Library/Preferences/com.apple.LaunchServices >> "
+            "/var/tmp/browser");
+        row("mac browser path", MacProbe::LsregisterCommand("Firefox"),
+            "/System/Library/Frameworks/CoreServices.framework/Versions/A/Frameworks/"
+            "LaunchServices.framework/"
+            "Versions/A/Support/lsregister -dump | grep --after-context 1 ^bundle | grep --only-matching "
+            "'/.*Firefox.app' >> /var/tmp/browserPath");
+        row("mac preview processes", MacProbe::PreviewProcessCommand(),
+            "ps -A | grep " + tail + " > /var/tmp/TempFile");
+        row("linux free space, repair page", LinuxProbe::FreeSpaceCommandRepairPage("/"),
+            "timeout 10 df -P -B1 / >> /var/tmp/TempFile");
+        row("linux free space, save page", LinuxProbe::FreeSpaceCommandSavePage("/media/a"),
+            "timeout 10 df -P -B1 '/media/a' >> /var/tmp/TempFile");
+        row("linux version", LinuxProbe::OsVersionCommand(),
+            "grep VERSION_ID /etc/os-release >>/var/tmp/TempFile");
+        row("linux browser", LinuxProbe::DefaultBrowserCommand(),
+            "xdg-settings get default-web-browser >> /var/tmp/browser");
+        row("linux preview processes", LinuxProbe::PreviewProcessCommand(),
+            "ps -A -o pid=,args= | grep " + tail + " > /var/tmp/TempFile");
+
+        auto bytes = [](qint64 n) { return QString::number(n); };
+        row("free space, repair page: the exact count of a volume line",
+            bytes(MacProbe::ParseFreeSpaceRepairPage(
+                {"   Volume Free Space:  100.2 GB (100234567890 Bytes) (exactly 195770640 512-Byte-Units)"})),
+            "100234567890");
+        row("free space, repair page: a unit that is not bytes is skipped",
+            bytes(MacProbe::ParseFreeSpaceRepairPage({"   Volume Free Space: 1 GB (1073741824 Blocks)",
+                                                      "   Free Space: 2 GB (2147483648 Bytes)"})),
+            "2147483648");
+        // Below a terabyte the figure is truncated to whole units first.
+        row("free space, save page: 12.9 GB",
+            bytes(MacProbe::ParseFreeSpaceSavePage(
+                {"   Volume Free Space:        12.9 GB (13851840512 Bytes)"})),
+            "12884901888");
+        row("free space, save page: 1.5 TB",
+            bytes(MacProbe::ParseFreeSpaceSavePage({"   Volume Free Space: 1.5 TB (1649267441664 Bytes)"})),
+            "1649267441664");
+        row("free space, save page: unknown unit skipped",
+            bytes(MacProbe::ParseFreeSpaceSavePage({"   Free Space: 5 PX", "   Free Space: 2 MB"})),
+            "2097152");
+        row("free space, save page: huge figure held",
+            bytes(MacProbe::ParseFreeSpaceSavePage({"   Free Space: 1e30 TB"})),
+            bytes(std::numeric_limits<qint64>::max()));
+        row("df: mount point with blanks",
+            bytes(LinuxProbe::ParseDfAvailable({"Filesystem 1-blocks Used Available Capacity Mounted on",
+                                                "/dev/sdb1 1000 400 600 40% /media/My Disk"})),
+            "600");
+        row("df: nothing", bytes(LinuxProbe::ParseDfAvailable({})), "0");
+        row("mac version line", MacProbe::ParseOsVersion("ProductVersion:\t10.9.5"), "10.9.5");
+        row("linux version line", LinuxProbe::ParseOsVersion("VERSION_ID=\"12\""), "12");
+        row("no version line", LinuxProbe::ParseOsVersion(""), "");
+
+        auto browser = [](const QStringList &defaults) {
+            return MacProbe::CleanBrowserName(
+                MacProbe::BrowserFromHandlerLine(MacProbe::FindHandlerLine(defaults)));
+        };
+        auto handler = [](const QString &id, const QString &scheme) {
+            return QStringList{"    {",
+                               "        LSHandlerPreferredVersions =         {",
+                               "            LSHandlerRoleAll = \"-\";",
+                               "        };",
+                               "        LSHandlerRoleAll = \"" + id + "\";",
+                               "        LSHandlerURLScheme = " + scheme + ";",
+                               "    },"};
+        };
+        row("mac browser: firefox", browser(handler("org.mozilla.firefox2", "http")), "firefox");
+        row("mac browser: chrome", browser(handler("com.google.chrome", "http")), "Google Chrome");
+        row("mac browser: explorer", browser(handler("com.microsoft.explorer", "http")), "Internet Explorer");
+        row("mac browser: role on the scheme line",
+            browser({"{ LSHandlerRoleAll = \"com.apple.safari\"; LSHandlerURLScheme = http; }"}), "safari");
+        row("mac browser: only mailto", browser(handler("com.apple.mail", "mailto")), "");
+        const QStringList dump{"/Users/anna/.Trash/Firefox.app", "/Volumes/Old/Firefox.app",
+                               "/Users/anna/Applications/Firefox.app", "/Applications/Firefox.app"};
+        const auto isDir = [](const QString &p) { return p != "/Volumes/Old/Firefox.app"; };
+        row("mac browser path: not in the Trash, a folder", MacProbe::PickBrowserPath(dump, "firefox", isDir),
+            "/Users/anna/Applications/Firefox.app");
+        row("mac browser path: none", MacProbe::PickBrowserPath(dump, "opera", isDir), "");
+
+        // The entry's own Exec line, not an action's; a sandbox's launcher cannot take a page as its
+        // only argument.
+        const QString head = "[Desktop Entry]\nType=Application\nName=Browser\n";
+        row("exec line",
+            LinuxProbe::ExecProgram("[Desktop Action new]\nExec=/bin/wrong\n" + head +
+                                    "Exec=/bin/right %u\n[Desktop Action p]\nExec=/bin/no\n"),
+            "/bin/right");
+        row("exec line: flatpak",
+            LinuxProbe::ExecProgram(head + "Exec=/usr/bin/flatpak run org.example.Web @@u %u @@\n"), "");
+        row("exec line: snap", LinuxProbe::ExecProgram(head + "Exec=snap run web %u\n"), "");
+
+        // The grep line's own process id is collected too; lines without a number are not.
+        QStringList ids;
+        for (unsigned int id : ParsePreviewProcessIds(
+                 {"  312 ??  0:01.20 /Applications/X.app/Contents/Resources/Corvane.app/Contents/Resources" +
+                      tail + " /var/tmp/ a.mov",
+                  "  401 ttys000    0:00.00 grep " + tail, "  402 ttys000    0:00.00 /usr/bin/other",
+                  "  x17 odd line " + tail, "    0 " + tail}))
+            ids << QString::number(id);
+        row("preview process ids", ids.join(' '), "312 401");
+    }
+
+    void texts()
+    {
+        QFETCH(QString, got);
+        QFETCH(QString, expected);
+        QCOMPARE(got, expected);
+    }
+
+    void quotedPathSurvivesShell_data()
+    {
+        QTest::addColumn<bool>("onlyIfNeeded");
+        QTest::newRow("ShellQuote") << false;
+        QTest::newRow("ShellQuoteIfNeeded") << true;
+    }
+
+    void quotedPathSurvivesShell()
+    {
+        QFETCH(bool, onlyIfNeeded);
+        const auto quote = onlyIfNeeded ? ShellQuoteIfNeeded : ShellQuote;
+        QTemporaryDir dir;
+        const QString copy = dir.filePath(Hostile + " copy.mov");
+        // Run from inside the folder, where an unquoted touch would leave its marker.
+        const QString cd = "cd " + quote(dir.path()) + " && ";
+        QCOMPARE(RunShell(cd + "printf '%s' " + quote(Hostile) + " > " + quote(copy)), 0);
+        QCOMPARE(QString::fromUtf8(Bytes::ReadFile(copy)), Hostile);
+        QVERIFY(!QFile::exists(dir.filePath("ran1")) && !QFile::exists(dir.filePath("ran2")));
+        QCOMPARE(RunShell("rm " + quote(copy)), 0);
+        QVERIFY(!QFile::exists(copy));
+    }
+
+    void realFreeSpace()
+    {
+        struct statvfs fs = {};
+        QCOMPARE(statvfs("/", &fs), 0);
+        const double expected = double(fs.f_bavail) * double(fs.f_frsize);
+        const qint64 repairPage = ProbeFreeBytesRepairPage("/");
+        QVERIFY(repairPage > 0);
+        QVERIFY2(qAbs(repairPage - expected) <= expected / 100, qPrintable(QString::number(repairPage)));
+        QVERIFY(!QFile::exists("/var/tmp/TempFile"));
+
+        // A folder with blanks and quotes in its name is quoted and measured; a missing one is 0.
+        QTemporaryDir dir;
+        const QString odd = dir.filePath("it's a \"folder\"");
+        QVERIFY(QDir().mkpath(odd));
+        QVERIFY(ProbeFreeBytesSavePage(odd) > 0);
+        QCOMPARE(ProbeFreeBytesSavePage(dir.filePath("missing")), qint64(0));
+    }
+
+    void realOsVersion() { QCOMPARE(ProbeBootOSVersion(false), QSysInfo::productVersion()); }
+
+    void defaultBrowserFromDesktopEntry()
+    {
+        if (QStandardPaths::findExecutable("xdg-settings").isEmpty())
+            QSKIP("xdg-settings (xdg-utils) is not installed");
+        QTemporaryDir xdg;
+        const QString program = xdg.filePath("bin dir/fake-browser");
+        for (const char *sub : {"bin dir", "data/applications", "config"})
+            QVERIFY(QDir().mkpath(xdg.filePath(sub)));
+        QVERIFY(Bytes::WriteProgram(program, ""));
+        QVERIFY(Bytes::WriteFile(xdg.filePath("data/applications/corvane-test-browser.desktop"),
+                                 "[Desktop Entry]\nType=Application\nName=Test Browser\nExec=env A=1 \"" +
+                                     program.toUtf8() + "\" %u\n"));
+        QVERIFY(
+            Bytes::WriteFile(xdg.filePath("config/mimeapps.list"),
+                             "[Default Applications]\nx-scheme-handler/http=corvane-test-browser.desktop\n"
+                             "x-scheme-handler/https=corvane-test-browser.desktop\n"));
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(xdg.filePath("config")));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(xdg.filePath("data")));
+        qputenv("XDG_DATA_DIRS", QFile::encodeName(xdg.filePath("none")));
+        qunsetenv("XDG_CURRENT_DESKTOP");
+        qunsetenv("BROWSER");
+
+        QCOMPARE(ProbeDefaultBrowser(), program);
+        QCOMPARE(StrUserPath, getuid() == 0 ? QString("/root/") : QString("/home/"));
+        QVERIFY(!StrUserName.isEmpty());
+        QVERIFY(!QFile::exists("/var/tmp/browser"));
+    }
+
+    void previewProcessLookup()
+    {
+        QTemporaryDir dir;
+        const QString folder = dir.filePath("Bundle/VideoFileUtil.app/Contents/MacOS");
+        QVERIFY(QDir().mkpath(folder));
+        const QString fake = folder + "/VideoFileUtil";
+        QVERIFY(QFile::copy(QStandardPaths::findExecutable("sleep"), fake));
+
+        QProcess previewer;
+        previewer.start(fake, {"60"});
+        QVERIFY(previewer.waitForStarted());
+        const unsigned int id = unsigned(previewer.processId());
+
+        const QList<unsigned int> running = ProbePreviewProcessIds();
+        QVERIFY(running.contains(id));
+        QVERIFY2(running.size() >= 2, "the lookup's own grep line is collected too");
+        QVERIFY(IsPreviewProcess(id) && !IsPreviewProcess(unsigned(getpid())));
+        KillPreviewProcess(unsigned(getpid())); // not a previewer: nothing is sent
+        KillPreviewProcess(id);
+        QVERIFY(previewer.waitForFinished(5000));
+        QCOMPARE(previewer.exitStatus(), QProcess::CrashExit);
+        QVERIFY(!ProbePreviewProcessIds().contains(id));
+    }
+
+    // The output files sit under fixed names in /var/tmp, where anybody may plant a link: a probe
+    // answers as before and never writes where the link points. Something it cannot remove under
+    // the name makes it answer nothing, and is left alone.
+    void plantedOutputFiles()
+    {
+        QTemporaryDir dir;
+        const QString victim = dir.filePath("victim");
+        const QList<QPair<QString, std::function<QString()>>> probes{
+            {ProbeFiles::TempFile, [] { return QString::number(ProbeFreeBytesRepairPage("/") > 0); }},
+            {ProbeFiles::TempFile, [] { return QString::number(ProbeFreeBytesSavePage("/") > 0); }},
+            {ProbeFiles::TempFile, [] { return ProbeBootOSVersion(false); }},
+            {ProbeFiles::TempFile, [] { return QString::number(!ProbePreviewProcessIds().isEmpty()); }},
+            {ProbeFiles::Browser, [] { return ProbeDefaultBrowser(); }}};
+        for (const auto &probe : probes) {
+            const QString expected = probe.second();
+            QVERIFY(Bytes::WriteFile(victim, "not yours"));
+            QFile::remove(probe.first);
+            QVERIFY(QFile::link(victim, probe.first));
+            QCOMPARE(probe.second(), expected);
+            QCOMPARE(Bytes::ReadFile(victim), QByteArray("not yours"));
+            QVERIFY(!QFileInfo(probe.first).isSymLink());
+        }
+        QFile::remove(ProbeFiles::TempFile);
+        QVERIFY(QDir().mkdir(ProbeFiles::TempFile) &&
+                Bytes::WriteFile(QString(ProbeFiles::TempFile) + "/in", "x"));
+        QCOMPARE(ProbeFreeBytesRepairPage("/"), 0);
+        QCOMPARE(ProbeBootOSVersion(false), QString());
+        QCOMPARE(Bytes::ReadFile(QString(ProbeFiles::TempFile) + "/in"), QByteArray("x"));
+        QDir(ProbeFiles::TempFile).removeRecursively();
+    }
+};
+
+QTEST_GUILESS_MAIN(TstProbes)
+#include "tst_probes.moc"

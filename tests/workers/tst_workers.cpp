@@ -1,0 +1,374 @@
+// The worker threads: the order of the repair worker's signals, stop requests at each stage and
+// its working copies; the saving worker's chunked copies into "Repaired-Video-Files", its signals and
+// stops; the preview worker; and the two process-wide flags.
+
+#include "Bytes.h"
+#include "SignalLog.h"
+#include "repair/RepairContext.h"
+#include "repair/ThreadVideoRepair.h"
+#include "workers/ThreadPreview.h"
+#include "workers/ThreadVideoSaving.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSemaphore>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using Bytes::Builder;
+
+namespace
+{
+
+// Stands in for the re-encoding pass: records the list it is handed.
+class RecordingRepair : public ThreadVideoRepair
+{
+public:
+    QStringList handed{"not called"};
+    void ReRepairFiles(QStringList files) override { handed = files; }
+};
+
+// Its thread lingers for a moment after run() has returned, as a thread may before it ends.
+class Lingering : public RecordingRepair
+{
+public:
+    QSemaphore returned;
+    void run() override
+    {
+        RecordingRepair::run();
+        returned.release();
+        QThread::msleep(300);
+    }
+};
+
+// A file the structural pass changes: the track header after a 92-byte "ftyp" lost its size and type.
+QByteArray Damaged()
+{
+    return Builder().Box(92, "ftyp").Zeros(84).Box(0x300, "trak").Zeros(96).Box(8, "free");
+}
+
+// The signals of copying file i, and of its structural pass.
+QStringList Copied(int i, const QString &name)
+{
+    return {"Info(Scanning " + name + " file)", QString("ProgressValue(%1)").arg(i)};
+}
+
+QStringList Scanned(int i, const QString &name)
+{
+    return {QString("OverAllProgressValue(%1)").arg(i),
+            "Info(Repairing " + name + " file)",
+            QString("MaxProgress(%1)").arg(Damaged().size()),
+            "ProgressValue(0)",
+            "ProgressValue(4)",
+            "ProgressValue(96)",
+            "ProgressValue(196)"};
+}
+
+QByteArray Pattern(int size)
+{
+    QByteArray b(size, '\0');
+    for (int i = 0; i < size; ++i)
+        b[i] = char(i * 7 + 3);
+    return b;
+}
+
+} // namespace
+
+class TstWorkers : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_temp, m_src, m_dest;
+
+    QString Saved(const QString &name) const { return m_dest + "/Repaired-Video-Files/" + name; }
+
+    void Finish(ThreadVideoRepair &w)
+    {
+        QVERIFY(w.wait(30000));
+        QVERIFY(!bStopFlag);
+        QVERIFY(!bProcessRunning);
+        QVERIFY(!pHandle);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        const QString tag =
+            m_dir.filePath(QString("%1-%2").arg(QTest::currentTestFunction(), QTest::currentDataTag()));
+        m_temp = tag + "/work", m_src = tag + "/src", m_dest = tag + "/dest";
+        QVERIFY(QDir().mkpath(m_temp) && QDir().mkpath(m_src) &&
+                QDir().mkpath(m_dest + "/Repaired-Video-Files"));
+        bStopFlag = false;
+    }
+
+    // Rows: the sources ("gone" ones do not exist), the signal at which a stop comes ("start" for
+    // one before the run), the whole signal log, the list the re-encoding pass is handed, and the
+    // working copies the structural pass repaired and left as they were.
+    void run_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("stopAt");
+        QTest::addColumn<QStringList>("log");
+        QTest::addColumn<QStringList>("handed");
+        QTest::addColumn<QStringList>("repaired");
+        QTest::addColumn<QStringList>("untouched");
+        const QStringList abc{"a.mov", "b.mov", "c.mov"}, none{"not called"};
+        QTest::newRow("no files") << QStringList() << ""
+                                  << QStringList{"MaxProgress(0)", "OverAllMaxProgress(0)", "RepairFinish()"}
+                                  << QStringList() << QStringList() << QStringList();
+        QTest::newRow("one file") << QStringList{"a.mov"} << ""
+                                  << QStringList{"MaxProgress(1)"} + Copied(0, "a.mov") +
+                                         QStringList{"OverAllMaxProgress(1)"} + Scanned(0, "a.mov") +
+                                         QStringList{"RepairFinish()"}
+                                  << QStringList{"a.mov"} << QStringList{"a.mov"} << QStringList();
+        QTest::newRow("a missing source goes on")
+            << QStringList{"gone.mov", "a.mov"} << ""
+            << QStringList{"MaxProgress(2)"} + Copied(0, "gone.mov") + Copied(1, "a.mov") +
+                   QStringList{"OverAllMaxProgress(2)", "OverAllProgressValue(0)",
+                               "Info(Repairing gone.mov file)", "MaxProgress(0)"} +
+                   Scanned(1, "a.mov") + QStringList{"RepairFinish()"}
+            << QStringList{"gone.mov", "a.mov"} << QStringList{"a.mov"} << QStringList();
+        QTest::newRow("stop before the run")
+            << abc << "start" << QStringList{"ProcessAborted()"} << none << QStringList() << QStringList();
+        QTest::newRow("stop while copying") << abc << "ProgressValue(1)"
+                                            << QStringList{"MaxProgress(3)"} + Copied(0, "a.mov") +
+                                                   Copied(1, "b.mov") + QStringList{"ProcessAborted()"}
+                                            << none << QStringList() << QStringList{"a.mov", "b.mov"};
+        QTest::newRow("stop while scanning the second")
+            << abc << "Info(Repairing b.mov file)"
+            << QStringList{"MaxProgress(3)"} + Copied(0, "a.mov") + Copied(1, "b.mov") + Copied(2, "c.mov") +
+                   QStringList{"OverAllMaxProgress(3)"} + Scanned(0, "a.mov") +
+                   Scanned(1, "b.mov").mid(0, 3) + QStringList{"ProcessAborted()"}
+            << abc << QStringList{"a.mov"} << QStringList{"b.mov", "c.mov"};
+    }
+
+    void run()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, stopAt);
+        QFETCH(QStringList, log);
+        QFETCH(QStringList, handed);
+        QFETCH(QStringList, repaired);
+        QFETCH(QStringList, untouched);
+        QStringList sources;
+        for (const QString &name : files) {
+            sources << m_src + "/" + name;
+            if (name != "gone.mov")
+                QVERIFY(Bytes::WriteFile(sources.last(), Damaged()));
+        }
+        QList<QDateTime> written;
+        for (const QString &s : sources)
+            written << QFileInfo(s).lastModified();
+
+        RecordingRepair w;
+        SignalLog seen(&w);
+        bool runningThroughout = true;
+        connect(
+            &w, &ThreadVideoRepair::Info, &w, [&] { runningThroughout &= bool(bProcessRunning); },
+            Qt::DirectConnection);
+        connect(
+            &w, &ThreadVideoRepair::Info, &w,
+            [&](const QString &text) {
+                if ("Info(" + text + ")" == stopAt)
+                    bStopFlag = true;
+            },
+            Qt::DirectConnection);
+        connect(
+            &w, &ThreadVideoRepair::ProgressValue, &w,
+            [&](unsigned long v) {
+                if (QString("ProgressValue(%1)").arg(v) == stopAt)
+                    bStopFlag = true;
+            },
+            Qt::DirectConnection);
+        bStopFlag = stopAt == "start";
+        w.SetInitialSettings(sources, m_temp);
+        Finish(w);
+
+        QCOMPARE(seen.Lines(), log);
+        QVERIFY(runningThroughout);
+        for (QString &h : handed)
+            h = h == "not called" ? h : m_temp + "/" + h;
+        QCOMPARE(w.handed, handed);
+        QCOMPARE(QDir(m_temp).entryList(QDir::Files), repaired + untouched);
+        for (const QString &name : repaired)
+            QCOMPARE(Bytes::WordAt(Bytes::ReadFile(m_temp + "/" + name), 100), 92u);
+        for (const QString &name : untouched)
+            QCOMPARE(Bytes::ReadFile(m_temp + "/" + name), Damaged());
+        // The sources are only read.
+        for (int i = 0; i < sources.size(); ++i)
+            QVERIFY(!QFileInfo::exists(sources.at(i)) ||
+                    (Bytes::ReadFile(sources.at(i)) == Damaged() &&
+                     QFileInfo(sources.at(i)).lastModified() == written.at(i)));
+    }
+
+    // Two sources with one name share a working copy: the second copy fails and the first file's
+    // copy is repaired twice.
+    void sameNameTwice()
+    {
+        const QString first = m_dir.filePath("one/same.mov"), second = m_dir.filePath("two/same.mov");
+        QVERIFY(QDir().mkpath(m_dir.filePath("one")) && QDir().mkpath(m_dir.filePath("two")));
+        QVERIFY(Bytes::WriteFile(first, Damaged()) && Bytes::WriteFile(second, Builder().Zeros(32)));
+        RecordingRepair w;
+        SignalLog emitted(&w);
+        w.SetInitialSettings({first, second}, m_temp);
+        Finish(w);
+        const QString copy = m_temp + "/same.mov";
+        QCOMPARE(w.handed, (QStringList{copy, copy}));
+        QCOMPARE(emitted.Lines().count("Info(Repairing same.mov file)"), 2);
+        QCOMPARE(QDir(m_temp).entryList(QDir::Files), QStringList{"same.mov"});
+        QCOMPARE(Bytes::ReadFile(copy).size(), Damaged().size());
+    }
+
+    // Destroying a running worker stops it and waits; destroying an idle one leaves no stop request.
+    void destructor()
+    {
+        {
+            ThreadVideoRepair idle;
+        }
+        QVERIFY(!bStopFlag);
+
+        // A long scan: 8 MiB of 92-byte size words, each read as "nothing to do".
+        QByteArray slide;
+        for (int i = 0; i < (8 << 20) / 4; ++i)
+            slide += Bytes::U32(92);
+        const QString big = m_dir.filePath("big.mov");
+        QVERIFY(Bytes::WriteFile(big, slide));
+        auto *w = new ThreadVideoRepair;
+        w->SetReEncodingEnabled(false);
+        SignalLog emitted(w);
+        QSemaphore scanning;
+        connect(
+            w, &ThreadVideoRepair::ProgressValue, w,
+            [&](unsigned long pos) {
+                if (pos == 400)
+                    scanning.release();
+            },
+            Qt::DirectConnection);
+        w->SetInitialSettings({big}, m_temp);
+        scanning.acquire();
+        delete w;
+        QCOMPARE(emitted.Lines().last(), QString("ProcessAborted()"));
+        QVERIFY(emitted.Only("ProgressValue").size() < slide.size() / 4);
+        QVERIFY(!bStopFlag && !bProcessRunning && !pHandle);
+
+        // The next runs work, also one whose settings come as the thread is on its way out of run().
+        Lingering next;
+        SignalLog after(&next);
+        next.SetInitialSettings({}, m_temp);
+        next.returned.acquire();
+        next.SetInitialSettings({}, m_temp);
+        Finish(next);
+        QCOMPARE(after.Only("RepairFinish").size(), 2);
+    }
+
+    // Rows: the sources as name=size (a size of -1 for one that does not exist; a file of that name
+    // already saved holds 9000 other bytes), and every signal after DestInfo.
+    void saving_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QStringList>("log");
+        QTest::newRow("chunks of 1 KiB")
+            << QStringList{"a.mov=2500"}
+            << QStringList{"OverAllMaxProgress(1)", "Info(Saving a.mov file)", "OverAllProgressValue(0)",
+                           "MaxProgress(2500)",     "ProgressValue(1024)",     "ProgressValue(2048)",
+                           "ProgressValue(2500)",   "SavingFinish()"};
+        QTest::newRow("an empty file")
+            << QStringList{"empty.mp4=0"}
+            << QStringList{"OverAllMaxProgress(1)", "Info(Saving empty.mp4 file)", "OverAllProgressValue(0)",
+                           "MaxProgress(0)", "SavingFinish()"};
+        QTest::newRow("no files") << QStringList() << QStringList{"OverAllMaxProgress(0)", "SavingFinish()"};
+        QTest::newRow("a missing source is skipped")
+            << QStringList{"missing.mov=-1", "b.mov=100"}
+            << QStringList{"OverAllMaxProgress(2)",   "Info(Saving missing.mov file)",
+                           "OverAllProgressValue(0)", "Info(Saving b.mov file)",
+                           "OverAllProgressValue(1)", "MaxProgress(100)",
+                           "ProgressValue(100)",      "SavingFinish()"};
+    }
+
+    void saving()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QStringList, log);
+        QStringList sources;
+        for (const QString &f : files) {
+            const QString name = f.section('=', 0, 0);
+            const int size = f.section('=', 1).toInt();
+            sources << m_src + "/" + name;
+            QVERIFY(Bytes::WriteFile(Saved(name), Pattern(9000).mid(1)));
+            if (size >= 0)
+                QVERIFY(Bytes::WriteFile(sources.last(), Pattern(size)));
+        }
+        ThreadVideoSaving w;
+        SignalLog emitted(&w);
+        w.SetInitialSettings(sources, m_dest);
+        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
+        QCOMPARE(emitted.Lines(),
+                 QStringList{"DestInfo(" + QDir(m_dest).absolutePath() + "/Repaired-Video-Files)"} + log);
+        // Each copy replaces what stood under its name; a file that could not be read leaves it.
+        for (const QString &f : files)
+            QCOMPARE(Bytes::ReadFile(Saved(f.section('=', 0, 0))),
+                     f.endsWith("=-1") ? Pattern(9000).mid(1) : Pattern(f.section('=', 1).toInt()));
+    }
+
+    void stopDuringSecondOfThree()
+    {
+        const QStringList files{m_src + "/a.mov", m_src + "/b.mov", m_src + "/c.mov"};
+        for (const QString &f : files)
+            QVERIFY(Bytes::WriteFile(f, Pattern(3000)));
+        QDir(m_dest + "/Repaired-Video-Files").removeRecursively(); // the worker makes it
+        ThreadVideoSaving w;
+        SignalLog emitted(&w);
+        bool second = false;
+        connect(
+            &w, &ThreadVideoSaving::OverAllProgressValue, &w, [&](unsigned long i) { second = i == 1; },
+            Qt::DirectConnection);
+        connect(
+            &w, &ThreadVideoSaving::ProgressValue, &w,
+            [&](unsigned long done) {
+                if (second && done == 1024)
+                    bStopFlag = true;
+            },
+            Qt::DirectConnection);
+        w.SetInitialSettings(files, m_dest);
+        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
+
+        QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(3000));
+        QCOMPARE(Bytes::ReadFile(Saved("b.mov")), Pattern(1024));
+        QVERIFY(!QFileInfo::exists(Saved("c.mov")));
+        QVERIFY(!emitted.Lines().contains("Info(Saving c.mov file)"));
+        QCOMPARE(emitted.Lines().last(), QString("SavingFinish()"));
+
+        // The next run starts clean and copies everything.
+        ThreadVideoSaving again;
+        again.SetInitialSettings(files, m_dest);
+        QVERIFY(again.wait(30000) && !bStopFlag && !bProcessRunning);
+        QCOMPARE(Bytes::ReadFile(Saved("c.mov")), Pattern(3000));
+    }
+
+    // The preview program gets the file exactly, whatever the names hold, and nothing in them runs;
+    // a page is never kept waiting on a preview program that is still open.
+    void preview()
+    {
+        const QString bin = m_dir.filePath("bin dir $(x)"), argument = m_dir.filePath("argument");
+        QDir().mkpath(bin);
+        QVERIFY(Bytes::WriteProgram(bin + "/VideoFileUtil",
+                                    "printf '%s' \"$1\" > '" + argument + "'\nexec sleep 60\n"));
+        const QString file = m_dir.filePath(" a'b\"c $(touch marker) `touch marker2`;.mov");
+        QElapsedTimer clock;
+        clock.start();
+        {
+            ThreadPreview preview;
+            preview.SetInitialSettings(bin + "/VideoFileUtil", file);
+            preview.start();
+            QTRY_COMPARE(QString::fromUtf8(Bytes::ReadFile(argument)), file);
+        }
+        QVERIFY(clock.elapsed() < 10000);
+        QVERIFY(!bStopFlag);
+        QVERIFY(!QFile::exists("marker") && !QFile::exists("marker2"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstWorkers)
+#include "tst_workers.moc"
