@@ -16,6 +16,7 @@
 
 #include <QElapsedTimer>
 #include <QPointer>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -98,10 +99,42 @@ class TstPlayerWidget : public QObject
         return QFile::copy(source, copy) ? copy : QString();
     }
 
+    // Runs the program with `args`; its state as printed by the hook, or empty when it did not end
+    // by Escape closing its window. It runs through a link of another name: the pages, tested at the
+    // same time by other suites, end every process started under the bundle's previewer path.
+    QMap<QString, QString> Run(const QStringList &args, const QString &grab)
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        env.insert("CORVANE_PREVIEWER_TEST_QUIT_MS", "1500");
+        env.insert("CORVANE_PREVIEWER_TEST_GRAB", grab);
+        process.setProcessEnvironment(env);
+        process.start(Path("player"), args);
+        if (!process.waitForFinished(60000)) {
+            process.kill();
+            process.waitForFinished();
+            return {};
+        }
+        if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+            qWarning("exit %d: %s", process.exitCode(), process.readAllStandardError().constData());
+            return {};
+        }
+        QMap<QString, QString> state;
+        for (const QString &line : QString::fromUtf8(process.readAllStandardOutput()).split('\n'))
+            if (line.contains('='))
+                state.insert(line.section('=', 0, 0), line.section('=', 1));
+        return state;
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
+        QVERIFY(QFile::link(VIDEOFILEUTIL, Path("player")));
+        QVERIFY(Fixtures::Make(Path("clip one.mov")));
+        QVERIFY(
+            Bytes::WriteFile(Path("broken.mp4"), Bytes::Builder().Box(32, "ftyp").Zeros(24).Box(8, "mdat")));
         m_clip = Path("clip.mp4");
         QVERIFY(Fixtures::Make(m_clip, Fixtures::Clip::Of("libx264", "aac", 3)));
         QVERIFY(Bytes::WriteFile(Path("garbage.mp4"), QByteArray(5000, 'x')));
@@ -411,6 +444,49 @@ private Q_SLOTS:
         QCOMPARE(SetWindowLevel(0, 0, nullptr), 0);
         QVERIFY(timer.elapsed() < 20000 && sawItShowing && bQuickLookClose);
         QVERIFY(!QFile::exists(strFileForPreview) && !Pages::Shown<PreviewPanel>());
+    }
+
+    // VideoFileUtil run as a program: it plays the file it is given, says so plainly when it cannot,
+    // and Escape closes it. Its test hook prints its state after a while, grabs the window and then
+    // presses Escape.
+    void program_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<bool>("playing");
+        QTest::newRow("a clip") << QStringList{"clip one.mov"} << "clip one.mov"
+                                << "" << true;
+        QTest::newRow("a broken file")
+            << QStringList{"broken.mp4"} << "broken.mp4"
+            << "This file cannot be played. | Invalid data found when processing input" << false;
+        QTest::newRow("no argument")
+            << QStringList{} << "VideoFileUtil"
+            << "No file to play. | Start VideoFileUtil with the path of a video file." << false;
+    }
+
+    void program()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, title);
+        QFETCH(QString, message);
+        QFETCH(bool, playing);
+        for (QString &arg : args)
+            arg = Path(arg);
+        const QString grab = Path(QString("%1.png").arg(QTest::currentDataTag()));
+
+        const QMap<QString, QString> state = Run(args, grab);
+        QVERIFY2(!state.isEmpty(), "the program did not close on Escape");
+        QCOMPARE(state.value("title"), title);
+        QCOMPARE(state.value("message"), message);
+        QCOMPARE(state.value("playing"), QString::number(playing));
+        const QImage window(grab);
+        QVERIFY(!window.isNull());
+        if (playing) {
+            QCOMPARE(state.value("duration"), QString("2000"));
+            QVERIFY(state.value("position").toInt() > 500);
+            QVERIFY2(Pages::Colours(window, 4) > 16, "a real picture, not a uniform colour");
+        }
     }
 };
 

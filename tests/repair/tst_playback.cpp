@@ -81,58 +81,27 @@ private Q_SLOTS:
         QVERIFY(first.videoFrames <= 1 || video.isEmpty());
     }
 
-    void notAVideo()
-    {
-        const QString path = m_dir.filePath("junk.mov");
-        QVERIFY(Bytes::WriteFile(path, QByteArray(4096, 'x')));
-        const Playback p = MeasurePlayback(path);
-        QVERIFY(!p.opens && !p.Plays());
-    }
-
-    // Whether A plays more than B, and whether A plays at all: a picture, or a second of sound
-    // for a file without pictures.
-    void ranking_data()
-    {
-        QTest::addColumn<bool>("hasVideo");
-        QTest::addColumn<qint64>("framesA");
-        QTest::addColumn<double>("audioA");
-        QTest::addColumn<qint64>("framesB");
-        QTest::addColumn<double>("audioB");
-        QTest::addColumn<bool>("more");
-        QTest::addColumn<bool>("plays");
-        QTest::newRow("more pictures win over more sound")
-            << true << qint64(10) << 0.0 << qint64(9) << 60.0 << true << true;
-        QTest::newRow("same pictures, more sound")
-            << true << qint64(10) << 5.0 << qint64(10) << 4.0 << true << true;
-        QTest::newRow("same pictures, sound within noise")
-            << true << qint64(10) << 4.02 << qint64(10) << 4.0 << false << true;
-        QTest::newRow("one picture plays") << true << qint64(1) << 0.0 << qint64(1) << 0.0 << false << true;
-        QTest::newRow("sound alone is not a video that plays")
-            << true << qint64(0) << 30.0 << qint64(0) << 3.0 << true << false;
-        QTest::newRow("equal is not more, half a second of sound does not play")
-            << false << qint64(0) << 0.5 << qint64(0) << 0.5 << false << false;
-        QTest::newRow("a second of sound plays")
-            << false << qint64(0) << 1.0 << qint64(0) << 3.0 << false << true;
-    }
-
+    // Whether one result plays more than another (pictures first, then sound beyond noise), and
+    // whether a file plays at all: a picture, or a second of sound for a file without pictures.
     void ranking()
     {
-        QFETCH(bool, hasVideo);
-        QFETCH(qint64, framesA);
-        QFETCH(double, audioA);
-        QFETCH(qint64, framesB);
-        QFETCH(double, audioB);
-        QFETCH(bool, more);
-        QFETCH(bool, plays);
-        Playback a, b;
-        a.hasVideo = hasVideo;
-        a.hasAudio = true;
-        a.videoFrames = framesA;
-        a.audioSeconds = audioA;
-        b.videoFrames = framesB;
-        b.audioSeconds = audioB;
-        QCOMPARE(PlaysMore(a, b), more);
-        QCOMPARE(a.Plays(), plays);
+        auto p = [](bool video, qint64 frames, double audio) {
+            Playback r;
+            r.opens = r.hasAudio = true;
+            r.hasVideo = video;
+            r.videoFrames = frames;
+            r.audioSeconds = audio;
+            return r;
+        };
+        QVERIFY(PlaysMore(p(true, 10, 0), p(true, 9, 60)));        // more pictures win over more sound
+        QVERIFY(PlaysMore(p(true, 10, 5), p(true, 10, 4)));        // same pictures, more sound
+        QVERIFY(!PlaysMore(p(true, 10, 4.02), p(true, 10, 4)));    // sound within noise
+        QVERIFY(!PlaysMore(p(false, 0, 3), p(false, 0, 3)));       // equal is not more
+        QVERIFY(p(true, 1, 0).Plays() && !p(true, 0, 30).Plays()); // sound alone is not a video that plays
+        QVERIFY(p(false, 0, 1).Plays() && !p(false, 0, 0.5).Plays());
+        const QString junk = m_dir.filePath("junk.mov");
+        QVERIFY(Bytes::WriteFile(junk, QByteArray(4096, 'x')));
+        QVERIFY(!MeasurePlayback(junk).opens && !MeasurePlayback(junk).Plays());
     }
 };
 

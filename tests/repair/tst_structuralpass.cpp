@@ -107,33 +107,43 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("expected");
         QTest::addColumn<Positions>("positions");
 
-        const int T = 96;
+        constexpr int T = 96;
         auto row = [](const char *name, const QByteArray &in, Writes writes, const Positions &pos) {
             QTest::newRow(name) << in << Patched(in, writes) << pos;
+        };
+        // A row led in to T: the words written and the positions read after T, from T.
+        auto at = [](const char *name, const QByteArray &in,
+                     std::initializer_list<std::pair<int, quint32>> writes,
+                     std::initializer_list<int> after) {
+            QByteArray expected = in;
+            for (const auto &w : writes)
+                expected = Patched(expected, {{quint64(T + w.first), w.second}});
+            Positions steps;
+            for (int a : after)
+                steps << qulonglong(T + a);
+            QTest::newRow(name) << in << expected << Path(T, steps);
         };
 
         // Where the scan starts.
         row("first eight bytes zero", Builder().Zeros(64), {}, {0});
         row("ordinary first size", Builder().Box(0x18, "ftyp").Zeros(16), {}, {0});
         row("92-byte first box", Builder().Box(92, "free").Zeros(84), {}, {0, 4});
-        row("unknown word ends the scan", Lead(T).Box(8, "free"), {}, Path(T, {}));
+        at("unknown word ends the scan", Lead(T).Box(8, "free"), {}, {});
 
         // Boxes jumped over by their size.
         for (const char *code : {"ftyp", "stsd", "udta", "iods", "hdlr"}) {
             const QByteArray in = Lead(T).U32(24).Raw(QByteArray(code, 4)).Zeros(16).Box(8, "free");
             QTest::newRow(qPrintable(QString("skipped by size: ") + code)) << in << in << Path(T, {T + 24});
         }
-        row("size 0 taken as 4", Lead(T).Box(0, "stts").Zeros(16), {}, Path(T, {T + 4}));
-        row("mdat 64-bit size below 4 GiB", Lead(T).Box(1, "mdat").U64(24).Zeros(8).Box(8, "free"), {},
-            Path(T, {T + 24}));
-        row("mdat 64-bit size of 4 GiB or more uses its low half",
-            Lead(T).Box(1, "mdat").U64((1ull << 32) + 24).Zeros(8).Box(8, "free"), {}, Path(T, {T + 24}));
-        row("mdat size 0 read like 1", Lead(T).Box(0, "mdat").U64(24).Zeros(8).Box(8, "free"), {},
-            Path(T, {T + 24}));
-        row("ordinary mdat is not jumped", Lead(T).Box(64, "mdat").Zeros(56), {}, Path(T, {T + 4}));
-        row("co64 by its size", Lead(T).Box(24, "co64").Zeros(16).Box(8, "free"), {}, Path(T, {T + 24}));
+        at("size 0 taken as 4", Lead(T).Box(0, "stts").Zeros(16), {}, {4});
+        at("mdat 64-bit size below 4 GiB", Lead(T).Box(1, "mdat").U64(24).Zeros(8).Box(8, "free"), {}, {24});
+        at("mdat 64-bit size of 4 GiB or more uses its low half",
+           Lead(T).Box(1, "mdat").U64((1ull << 32) + 24).Zeros(8).Box(8, "free"), {}, {24});
+        at("mdat size 0 read like 1", Lead(T).Box(0, "mdat").U64(24).Zeros(8).Box(8, "free"), {}, {24});
+        at("ordinary mdat is not jumped", Lead(T).Box(64, "mdat").Zeros(56), {}, {4});
+        at("co64 by its size", Lead(T).Box(24, "co64").Zeros(16).Box(8, "free"), {}, {24});
 
-        row("wide gets size 8", Lead(T).Box(0x77, "wide").Zeros(16), {{T - 4, 8}}, Path(T, {T + 8}));
+        at("wide gets size 8", Lead(T).Box(0x77, "wide").Zeros(16), {{-4, 8}}, {8});
 
         // A brand where a type belongs: "ftyp" restored, the jump uses the low byte of the size.
         for (const char *brand : {"isom", "qt  ", "f4v ", "M4VP", "3gp5"}) {
@@ -141,118 +151,105 @@ private Q_SLOTS:
             QTest::newRow(qPrintable(QString("brand '") + brand + "'"))
                 << in << Patched(in, {{T - 4, Fcc("ftyp")}}) << Path(T, {T + 28});
         }
-        row("brand after a 288-byte file-type box is mis-skipped",
-            Lead(T).Put(T - 8, 0x120).U32(0xDEAD).Fcc("mp42").Zeros(40), {{T - 4, Fcc("ftyp")}},
-            Path(T, {T + 28}));
+        at("brand after a 288-byte file-type box is mis-skipped",
+           Lead(T).Put(T - 8, 0x120).U32(0xDEAD).Fcc("mp42").Zeros(40), {{-4, Fcc("ftyp")}}, {28});
 
         // Movie box and movie header.
-        row("moov intact", MovieAt(T, 108, Fcc("mvhd"), 1000, 2000), {}, Path(T, {T + 116}));
-        row("moov: header type lost", MovieAt(T, 108, 0, 1000, 2000), {{T + 8, Fcc("mvhd")}},
-            Path(T, {T + 116}));
-        row("moov: header size lost", MovieAt(T, 0x1234, Fcc("mvhd"), 1000, 2000), {{T + 4, 108}},
-            Path(T, {T + 116}));
-        row("moov: zero duration taken from the first track", MovieAt(T, 108, Fcc("mvhd"), 0, 2000),
-            {{T + 28, 2000}}, Path(T, {T + 116}));
-        row("moov: header size and type lost", MovieAt(T, 0, 0, 1000, 2000),
-            {{T + 4, 108}, {T + 8, Fcc("mvhd")}}, Path(T, {T + 116}));
-        row("moov: cmov restores dcom and writes over the movie size",
-            Lead(T).U32(0x200).Fcc("moov").U32(0x100).Fcc("cmov").Zeros(128),
-            {{T + 12, 12}, {T + 16, Fcc("dcom")}, {T + 8, Fcc("cmov")}, {T - 8, 108}, {T - 4, Fcc("mvhd")}},
-            Path(T, {T + 104}));
-        row("moov: dcom found by its size",
-            Lead(T).U32(0x200).Fcc("moov").U32(0x100).U32(0).U32(12).Zeros(128),
-            {{T + 16, Fcc("dcom")}, {T + 8, Fcc("cmov")}, {T - 8, 108}, {T - 4, Fcc("mvhd")}},
-            Path(T, {T + 104}));
-        row("moov: CNCV gets a udta parent",
-            Lead(T).U32(0x200).Fcc("moov").U32(0x20).Zeros(4).U32(0x14).Fcc("CNCV").Zeros(40),
-            {{T + 8, Fcc("udta")}}, Path(T, {T + 40}));
+        at("moov intact", MovieAt(T, 108, Fcc("mvhd"), 1000, 2000), {}, {116});
+        at("moov: header type lost", MovieAt(T, 108, 0, 1000, 2000), {{8, Fcc("mvhd")}}, {116});
+        at("moov: header size lost", MovieAt(T, 0x1234, Fcc("mvhd"), 1000, 2000), {{4, 108}}, {116});
+        at("moov: zero duration taken from the first track", MovieAt(T, 108, Fcc("mvhd"), 0, 2000),
+           {{28, 2000}}, {116});
+        at("moov: header size and type lost", MovieAt(T, 0, 0, 1000, 2000), {{4, 108}, {8, Fcc("mvhd")}},
+           {116});
+        at("moov: cmov restores dcom and writes over the movie size",
+           Lead(T).U32(0x200).Fcc("moov").U32(0x100).Fcc("cmov").Zeros(128),
+           {{12, 12}, {16, Fcc("dcom")}, {8, Fcc("cmov")}, {-8, 108}, {-4, Fcc("mvhd")}}, {104});
+        at("moov: dcom found by its size",
+           Lead(T).U32(0x200).Fcc("moov").U32(0x100).U32(0).U32(12).Zeros(128),
+           {{16, Fcc("dcom")}, {8, Fcc("cmov")}, {-8, 108}, {-4, Fcc("mvhd")}}, {104});
+        at("moov: CNCV gets a udta parent",
+           Lead(T).U32(0x200).Fcc("moov").U32(0x20).Zeros(4).U32(0x14).Fcc("CNCV").Zeros(40),
+           {{8, Fcc("udta")}}, {40});
         {
             Builder in = Lead(T).U32(0x200).U32(108).Zeros(16).U32(600).U32(0).Zeros(80);
             in.Box(0x60, "trak").Box(92, "tkhd").Zeros(20).U32(2000).Zeros(16);
-            row("size 108: mvhd and moov restored, duration copied", in,
-                {{T + 4, Fcc("mvhd")}, {T - 4, Fcc("moov")}, {T + 24, 2000}}, Path(T, {T + 4, T + 8}));
+            at("size 108: mvhd and moov restored, duration copied", in,
+               {{4, Fcc("mvhd")}, {-4, Fcc("moov")}, {24, 2000}}, {4, 8});
         }
         {
             Builder in = Lead(T).U32(0x999).Fcc("mvhd").Zeros(12).U32(600).U32(0).Zeros(80);
             in.Box(0x60, "trak").Box(92, "tkhd").Zeros(20).U32(3000).Zeros(16);
-            row("mvhd: size 108 and moov restored, duration copied", in,
-                {{T - 4, 108}, {T - 8, Fcc("moov")}, {T + 20, 3000}}, Path(T, {T + 4}));
+            at("mvhd: size 108 and moov restored, duration copied", in,
+               {{-4, 108}, {-8, Fcc("moov")}, {20, 3000}}, {4});
         }
-        row("cmov restores moov", Lead(T).Box(0x50, "cmov").Zeros(32), {{T - 8, Fcc("moov")}},
-            Path(T, {T + 12}));
+        at("cmov restores moov", Lead(T).Box(0x50, "cmov").Zeros(32), {{-8, Fcc("moov")}}, {12});
 
         // Track level.
         auto trak = [&](quint32 size, quint32 type) {
             return Lead(T).Box(0x300, "trak").U32(size).U32(type).Zeros(84).Box(8, "free").Data();
         };
-        row("trak intact", trak(92, Fcc("tkhd")), {}, Path(T, {T + 100}));
-        row("trak: tkhd type lost", trak(92, 0), {{T + 8, Fcc("tkhd")}}, Path(T, {T + 100}));
-        row("trak: tkhd size lost", trak(0x77, Fcc("tkhd")), {{T + 4, 92}}, Path(T, {T + 100}));
-        row("trak: neither size nor type", trak(0, 0), {{T + 4, 92}, {T + 8, Fcc("tkhd")}},
-            Path(T, {T + 100}));
-        row("tkhd restores size and trak", Lead(T).Box(0x11, "tkhd").Zeros(16),
-            {{T - 4, 92}, {T - 8, Fcc("trak")}}, Path(T, {T + 4}));
-        row("tapt gets size 68", Lead(T).Box(0, "tapt").Zeros(16), {{T - 4, 68}}, Path(T, {T + 4}));
-        row("edts restores elst", Lead(T).Box(0x24, "edts").U32(0x1C).U32(0).Zeros(20),
-            {{T + 8, Fcc("elst")}}, Path(T, {T + 16}));
-        row("elst restores edts", Lead(T).Box(0x1C, "elst").Zeros(32), {{T - 8, Fcc("edts")}},
-            Path(T, {T + 28}));
+        at("trak intact", trak(92, Fcc("tkhd")), {}, {100});
+        at("trak: tkhd type lost", trak(92, 0), {{8, Fcc("tkhd")}}, {100});
+        at("trak: tkhd size lost", trak(0x77, Fcc("tkhd")), {{4, 92}}, {100});
+        at("trak: neither size nor type", trak(0, 0), {{4, 92}, {8, Fcc("tkhd")}}, {100});
+        at("tkhd restores size and trak", Lead(T).Box(0x11, "tkhd").Zeros(16), {{-4, 92}, {-8, Fcc("trak")}},
+           {4});
+        at("tapt gets size 68", Lead(T).Box(0, "tapt").Zeros(16), {{-4, 68}}, {4});
+        at("edts restores elst", Lead(T).Box(0x24, "edts").U32(0x1C).U32(0).Zeros(20), {{8, Fcc("elst")}},
+           {16});
+        at("elst restores edts", Lead(T).Box(0x1C, "elst").Zeros(32), {{-8, Fcc("edts")}}, {28});
 
         // Media level.
         auto mdia = [&](quint32 size, quint32 type) {
             return Lead(T).Box(0x300, "mdia").U32(size).U32(type).Zeros(24).Box(8, "free").Data();
         };
-        row("mdia intact", mdia(32, Fcc("mdhd")), {}, Path(T, {T + 40}));
-        row("mdia: neither size nor type", mdia(0, 0), {{T + 4, 32}, {T + 8, Fcc("mdhd")}},
-            Path(T, {T + 40}));
-        row("mdhd restores size and mdia", Lead(T).Box(0, "mdhd").Zeros(16),
-            {{T - 4, 32}, {T - 8, Fcc("mdia")}}, Path(T, {T + 4}));
+        at("mdia intact", mdia(32, Fcc("mdhd")), {}, {40});
+        at("mdia: neither size nor type", mdia(0, 0), {{4, 32}, {8, Fcc("mdhd")}}, {40});
+        at("mdhd restores size and mdia", Lead(T).Box(0, "mdhd").Zeros(16), {{-4, 32}, {-8, Fcc("mdia")}},
+           {4});
 
         auto minf = [&](quint32 size, quint32 type, quint32 at16 = 0) {
             return Lead(T).Box(0x100, "minf").U32(size).U32(type).Zeros(4).U32(at16).Zeros(32).Data();
         };
         row("minf: vmhd by size, then its own rule", minf(20, 0),
             {{T + 8, Fcc("vmhd")}, {T + 4, 20}, {T, Fcc("minf")}}, Path(T, {T + 8, T + 12}));
-        row("minf: vmhd by type", minf(0x99, Fcc("vmhd")), {{T + 4, 20}}, Path(T, {T + 24}));
-        row("minf: smhd by size", minf(16, 0), {{T + 8, Fcc("smhd")}}, Path(T, {T + 20}));
-        row("minf: smhd by type", minf(0x99, Fcc("smhd")), {{T + 4, 16}}, Path(T, {T + 20}));
-        row("minf: gmhd jumped by its size", minf(0x20, Fcc("gmhd")), {}, Path(T, {T + 40}));
-        row("minf: gmin restores gmhd", minf(0x20, 0, Fcc("gmin")), {{T + 8, Fcc("gmhd")}}, Path(T, {T + 4}));
-        row("minf: nothing recognised", minf(0x20, 0), {}, Path(T, {T + 12}));
+        at("minf: vmhd by type", minf(0x99, Fcc("vmhd")), {{4, 20}}, {24});
+        at("minf: smhd by size", minf(16, 0), {{8, Fcc("smhd")}}, {20});
+        at("minf: smhd by type", minf(0x99, Fcc("smhd")), {{4, 16}}, {20});
+        at("minf: gmhd jumped by its size", minf(0x20, Fcc("gmhd")), {}, {40});
+        at("minf: gmin restores gmhd", minf(0x20, 0, Fcc("gmin")), {{8, Fcc("gmhd")}}, {4});
+        at("minf: nothing recognised", minf(0x20, 0), {}, {12});
 
         // Sample table heuristics.
-        row("stco before a sound header",
-            Lead(T).Box(24, "stco").U32(0).U32(2).U32(0x1000).U32(0x00021D26).U32(16).U32(0).Zeros(8),
-            {{T + 24, Fcc("smhd")}}, Path(T, {T + 32}));
-        row("stco otherwise reads the next size field",
-            Lead(T).Box(24, "stco").U32(0).U32(2).U32(0x1000).U32(0x12345678).U32(16).U32(0).Zeros(8), {},
-            Path(T, {T + 20}));
+        at("stco before a sound header",
+           Lead(T).Box(24, "stco").U32(0).U32(2).U32(0x1000).U32(0x00021D26).U32(16).U32(0).Zeros(8),
+           {{24, Fcc("smhd")}}, {32});
+        at("stco otherwise reads the next size field",
+           Lead(T).Box(24, "stco").U32(0).U32(2).U32(0x1000).U32(0x12345678).U32(16).U32(0).Zeros(8), {},
+           {20});
         for (quint32 trigger : {0x4Cu, 0x38Eu, 0x97u}) {
             const QByteArray in =
                 Lead(T).Box(24, "stss").U32(0).U32(2).U32(1).U32(trigger).U32(20).U32(0).Zeros(16);
             QTest::newRow(qPrintable("stss ending in " + QString::number(trigger, 16)))
                 << in << Patched(in, {{T + 24, Fcc("vmhd")}}) << Path(T, {T + 36});
         }
-        row("stss otherwise", Lead(T).Box(24, "stss").U32(0).U32(2).U32(1).U32(0x12).U32(20).U32(0).Zeros(16),
-            {}, Path(T, {T + 24}));
+        at("stss otherwise", Lead(T).Box(24, "stss").U32(0).U32(2).U32(1).U32(0x12).U32(20).U32(0).Zeros(16),
+           {}, {24});
 
         // Media headers and data information.
-        row("smhd restores size and minf", Lead(T).Box(0, "smhd").Zeros(16),
-            {{T - 4, 16}, {T - 8, Fcc("minf")}}, Path(T, {T + 4}));
-        row("vmhd restores size and minf", Lead(T).Box(0, "vmhd").Zeros(16),
-            {{T - 4, 20}, {T - 8, Fcc("minf")}}, Path(T, {T + 4}));
-        row("gmhd restores minf", Lead(T).Box(0x18, "gmhd").Zeros(16), {{T - 8, Fcc("minf")}},
-            Path(T, {T + 4}));
-        row("dinf gets size 36 and dref", Lead(T).Box(0, "dinf").U32(0x1C).U32(0).Zeros(32),
-            {{T - 4, 36}, {T + 8, Fcc("dref")}}, Path(T, {T + 36}));
-        row("dref restores dinf", Lead(T).Box(0, "dref").Zeros(16), {{T - 12, 36}, {T - 8, Fcc("dinf")}},
-            Path(T, {T + 4}));
+        at("smhd restores size and minf", Lead(T).Box(0, "smhd").Zeros(16), {{-4, 16}, {-8, Fcc("minf")}},
+           {4});
+        at("vmhd restores size and minf", Lead(T).Box(0, "vmhd").Zeros(16), {{-4, 20}, {-8, Fcc("minf")}},
+           {4});
+        at("gmhd restores minf", Lead(T).Box(0x18, "gmhd").Zeros(16), {{-8, Fcc("minf")}}, {4});
+        at("dinf gets size 36 and dref", Lead(T).Box(0, "dinf").U32(0x1C).U32(0).Zeros(32),
+           {{-4, 36}, {8, Fcc("dref")}}, {36});
+        at("dref restores dinf", Lead(T).Box(0, "dref").Zeros(16), {{-12, 36}, {-8, Fcc("dinf")}}, {4});
 
         // Composition offsets.
-        row("ctts of 32 bytes", Lead(T).Box(32, "ctts").Zeros(24).Box(8, "free").Zeros(8), {},
-            Path(T, {T + 36}));
-        row("ctts closer than 128 bytes to the start", Lead(T).Box(48, "ctts").Zeros(40), {},
-            Path(T, {T + 4}));
+        at("ctts of 32 bytes", Lead(T).Box(32, "ctts").Zeros(24).Box(8, "free").Zeros(8), {}, {36});
+        at("ctts closer than 128 bytes to the start", Lead(T).Box(48, "ctts").Zeros(40), {}, {4});
         row("ctts search stops above 128", CttsAt(200, -1, {}, Offsets(4)), {}, Path(200, {131}));
         const int C = 300;
         row("ctts of four entries", CttsAt(C, C - 40, {}, Offsets(4)), {}, Path(C, {C + 40}));
@@ -273,11 +270,9 @@ private Q_SLOTS:
         }
 
         // Free space.
-        row("skip then ctts", Lead(T).Box(16, "skip").Zeros(8).Box(24, "ctts").Zeros(16), {},
-            Path(T, {T + 32}));
-        row("skip then another box", Lead(T).Box(16, "skip").Zeros(8).Box(8, "free").Zeros(8), {},
-            Path(T, {T + 20}));
-        row("skip of size 0", Lead(T).Box(0, "skip").Zeros(16), {}, Path(T, {T + 8}));
+        at("skip then ctts", Lead(T).Box(16, "skip").Zeros(8).Box(24, "ctts").Zeros(16), {}, {32});
+        at("skip then another box", Lead(T).Box(16, "skip").Zeros(8).Box(8, "free").Zeros(8), {}, {20});
+        at("skip of size 0", Lead(T).Box(0, "skip").Zeros(16), {}, {8});
     }
 
     void scan()

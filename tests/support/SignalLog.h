@@ -7,9 +7,12 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <functional>
+
 // Records every signal that the sender's own class declares, in the order they were emitted, as
-// "Name(argument, ...)" lines. The signals are received in the emitting thread, so the log is
-// guarded; read it after the sender's thread has ended. As QSignalSpy does, each signal goes to a
+// "Name(argument, ...)" lines, and hands each line to OnLine as it comes (in the emitting thread,
+// where a test can raise a stop at an exact moment). The log is guarded; read it after the
+// sender's thread has ended. As QSignalSpy does, each signal goes to a
 // slot index of its own past QObject's methods, and qt_metacall turns the call back into the
 // signal's name and arguments.
 class SignalLog : public QObject
@@ -25,6 +28,8 @@ public:
                 m_signals << i;
             }
     }
+
+    std::function<void(const QString &line)> OnLine;
 
     QStringList Lines() const
     {
@@ -47,8 +52,11 @@ public:
         QStringList args;
         for (int p = 0; p < signal.parameterCount(); ++p)
             args << QVariant(signal.parameterType(p), argv[p + 1]).toString();
+        const QString line = QString::fromLatin1(signal.name()) + "(" + args.join(", ") + ")";
+        if (OnLine)
+            OnLine(line);
         QMutexLocker locker(&m_mutex);
-        m_lines << QString::fromLatin1(signal.name()) + "(" + args.join(", ") + ")";
+        m_lines << line;
         return -1;
     }
 

@@ -165,23 +165,11 @@ private Q_SLOTS:
         RecordingRepair w;
         SignalLog seen(&w);
         bool runningThroughout = true;
-        connect(
-            &w, &ThreadVideoRepair::Info, &w, [&] { runningThroughout &= bool(bProcessRunning); },
-            Qt::DirectConnection);
-        connect(
-            &w, &ThreadVideoRepair::Info, &w,
-            [&](const QString &text) {
-                if ("Info(" + text + ")" == stopAt)
-                    bStopFlag = true;
-            },
-            Qt::DirectConnection);
-        connect(
-            &w, &ThreadVideoRepair::ProgressValue, &w,
-            [&](unsigned long v) {
-                if (QString("ProgressValue(%1)").arg(v) == stopAt)
-                    bStopFlag = true;
-            },
-            Qt::DirectConnection);
+        seen.OnLine = [&](const QString &line) {
+            runningThroughout &= bool(bProcessRunning);
+            if (line == stopAt)
+                bStopFlag = true;
+        };
         bStopFlag = stopAt == "start";
         w.SetInitialSettings(sources, m_temp);
         Finish(w);
@@ -239,13 +227,7 @@ private Q_SLOTS:
         w->SetReEncodingEnabled(false);
         SignalLog emitted(w);
         QSemaphore scanning;
-        connect(
-            w, &ThreadVideoRepair::ProgressValue, w,
-            [&](unsigned long pos) {
-                if (pos == 400)
-                    scanning.release();
-            },
-            Qt::DirectConnection);
+        emitted.OnLine = [&](const QString &line) { scanning.release(line == "ProgressValue(400)"); };
         w->SetInitialSettings({big}, m_temp);
         scanning.acquire();
         delete w;
@@ -321,16 +303,10 @@ private Q_SLOTS:
         ThreadVideoSaving w;
         SignalLog emitted(&w);
         bool second = false;
-        connect(
-            &w, &ThreadVideoSaving::OverAllProgressValue, &w, [&](unsigned long i) { second = i == 1; },
-            Qt::DirectConnection);
-        connect(
-            &w, &ThreadVideoSaving::ProgressValue, &w,
-            [&](unsigned long done) {
-                if (second && done == 1024)
-                    bStopFlag = true;
-            },
-            Qt::DirectConnection);
+        emitted.OnLine = [&](const QString &line) {
+            second |= line == "OverAllProgressValue(1)";
+            bStopFlag = bStopFlag || (second && line == "ProgressValue(1024)");
+        };
         w.SetInitialSettings(files, m_dest);
         QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
 
