@@ -1,6 +1,6 @@
 // The whole road, driven through the pages as a user would: the start page, the repair page with
 // files whose names a shell would split, expand or run (non-ASCII letters, a leading '-', a name at
-// the length limit) and one whose sound the repair refuses, a repair run, previews, the save page
+// the length limit) and one whose sound the repair refuses, a repair run, the save page
 // with its results, saving into a folder with such a name and revealing it through the real script,
 // and the log report saved there as a PDF. Every file arrives and nothing in a name ever runs. A
 // link planted at the shared working folder's name, and planted again as soon as the page removes
@@ -24,7 +24,6 @@
 #include "pages/save/LogReportDlg.h"
 #include "pages/save/SavingFinishDlg.h"
 #include "pages/save/VideoSavingWindow.h"
-#include "workers/PreviewState.h"
 
 #include <QProcess>
 #include <QProgressBar>
@@ -84,7 +83,7 @@ class TstEndToEnd : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QString m_source, m_dest, m_previewLog;
+    QString m_source, m_dest;
     QStringList m_names; // the files that are repaired
     MainWindow *m_main = nullptr;
 
@@ -118,14 +117,10 @@ private Q_SLOTS:
         for (const QString &name : qAsConst(m_names))
             QVERIFY2(QFile::copy(name.endsWith(".mov") ? mov : mp4, m_source + "/" + name), qPrintable(name));
 
-        // Stand-ins: a preview program that records its argument, in a folder whose name has a
-        // blank, and the reveal script's programs, dbus-send failing so that xdg-open follows.
+        // Stand-ins: the reveal script's programs, in a folder whose name has a blank, dbus-send
+        // failing so that xdg-open follows.
         const QString bin = m_dir.filePath("bin dir");
         QDir().mkpath(bin);
-        m_previewLog = m_dir.filePath("preview.arg");
-        strPreviewerPath = bin + "/VideoFileUtil";
-        QVERIFY(
-            Bytes::WriteProgram(strPreviewerPath, QString("printf '%s' \"$1\" > '%1'\n").arg(m_previewLog)));
         QVERIFY(Bytes::WriteProgram(
             bin + "/xdg-open", QString("printf '%s' \"$1\" > '%1'\n").arg(m_dir.filePath("xdg-open.arg"))));
         QVERIFY(Bytes::WriteProgram(bin + "/dbus-send", "exit 1\n"));
@@ -210,31 +205,6 @@ private Q_SLOTS:
             QVERIFY2(Bytes::ReadFile(Temp(name)) != Bytes::ReadFile(m_source + "/" + name), qPrintable(name));
             QVERIFY(!QFileInfo::exists(Temp("000" + name)) && !QFileInfo::exists(Temp("00" + name)));
         }
-    }
-
-    void preview_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::newRow("first") << m_names.first();
-        QTest::newRow("last") << m_names.last();
-        QTest::newRow("long") << LongName();
-        QTest::newRow("leading dash") << QString("-leading dash.mov");
-    }
-
-    // The previewer gets exactly the copy's path, as one argument; the earlier copy is removed.
-    void preview()
-    {
-        QFETCH(QString, name);
-        if (!m_names.contains(name))
-            QSKIP("a plain run");
-        const QStringList earlier = lstRunningFilePath;
-        QFile::remove(m_previewLog);
-        Save()->OnDoubleClicked(SaveRow(name), 0);
-        QCOMPARE(lstRunningFilePath, QStringList{Temp(" " + name)});
-        QTRY_COMPARE(Bytes::ReadFile(m_previewLog), QFile::encodeName(Temp(" " + name)));
-        QCOMPARE(Bytes::ReadFile(Temp(" " + name)), Bytes::ReadFile(Temp(name)));
-        for (const QString &old : earlier)
-            QVERIFY(old == Temp(" " + name) || !QFileInfo::exists(old));
     }
 
     // Every ticked file is saved (the refused one has nothing to save), then revealed.

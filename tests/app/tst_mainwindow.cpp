@@ -1,4 +1,4 @@
-// The start page offscreen: closing, fading, the hand-over to the repair and save pages and back
+// The start page offscreen: closing, the hand-over to the repair and save pages and back
 // (maximised or where the page was), where every help, support and product link sends its page;
 // the preferences page; where the program finds its files, and how it reads its property list.
 #include "Bytes.h"
@@ -104,18 +104,6 @@ private Q_SLOTS:
             ModalAnswerer answerer(QMessageBox::No, 300);
             QCOMPARE(w.close(), !running);
             QVERIFY(!answerer.Answered());
-        }
-    }
-
-    void fadeIn()
-    {
-        MainWindow w;
-        w.show();
-        for (int round = 0; round < 2; ++round) { // also on a return from the repair page
-            w.OnInitialize();
-            QCOMPARE(w.windowOpacity(), 0.0);
-            QTRY_COMPARE_WITH_TIMEOUT(w.windowOpacity(), 1.0, 3000);
-            QVERIFY(!w.Fading());
         }
     }
 

@@ -1,5 +1,5 @@
 // The built program, started from the build folder on a virtual X server, shows its main window
-// where it belongs.
+// where it belongs (CORVANE_SCREENSHOT=FILE keeps its picture).
 #include "Pages.h"
 
 #include <QGuiApplication>
@@ -93,6 +93,8 @@ private Q_SLOTS:
 
         QTest::qWait(1500); // the fade-in
         const QImage window = QGuiApplication::primaryScreen()->grabWindow(0).toImage().copy(frame);
+        if (qEnvironmentVariableIsSet("CORVANE_SCREENSHOT"))
+            window.save(qEnvironmentVariable("CORVANE_SCREENSHOT"));
         QCOMPARE(QColor(window.pixel(400, 515)), QColor(231, 231, 231)); // the page's own grey
         QVERIFY2(Pages::Colours(window) > 100, "the window shows its pictures");
 

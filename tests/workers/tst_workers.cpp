@@ -191,24 +191,6 @@ private Q_SLOTS:
                      QFileInfo(sources.at(i)).lastModified() == written.at(i)));
     }
 
-    // Two sources with one name share a working copy: the second copy fails and the first file's
-    // copy is repaired twice.
-    void sameNameTwice()
-    {
-        const QString first = m_dir.filePath("one/same.mov"), second = m_dir.filePath("two/same.mov");
-        QVERIFY(QDir().mkpath(m_dir.filePath("one")) && QDir().mkpath(m_dir.filePath("two")));
-        QVERIFY(Bytes::WriteFile(first, Damaged()) && Bytes::WriteFile(second, Builder().Zeros(32)));
-        RecordingRepair w;
-        SignalLog emitted(&w);
-        w.SetInitialSettings({first, second}, m_temp);
-        Finish(w);
-        const QString copy = m_temp + "/same.mov";
-        QCOMPARE(w.handed, (QStringList{copy, copy}));
-        QCOMPARE(emitted.Lines().count("Info(Repairing same.mov file)"), 2);
-        QCOMPARE(QDir(m_temp).entryList(QDir::Files), QStringList{"same.mov"});
-        QCOMPARE(Bytes::ReadFile(copy).size(), Damaged().size());
-    }
-
     // Destroying a running worker stops it and waits; destroying an idle one leaves no stop request.
     void destructor()
     {
