@@ -312,10 +312,10 @@ private Q_SLOTS:
     }
 
     // Nobody takes anything: the decoder rests instead of reading the whole file. After a seek
-    // both queues start at the target.
+    // both queues start at the target. Without a channel count asked for, the sound is stereo.
     void decoderQueuesStayBounded()
     {
-        PlayerDecoder decoder(m_clip, 48000, 2);
+        PlayerDecoder decoder(m_clip, 48000, 0);
         QVERIFY(OpenDecoder(decoder));
         QTest::qWait(1000);
         QVERIFY(decoder.QueuedVideoFrames() <= 32); // of 75
@@ -325,11 +325,11 @@ private Q_SLOTS:
         double pts = -1.0;
         QTRY_VERIFY_WITH_TIMEOUT(decoder.PeekVideo(&pts), 5000);
         QVERIFY2(pts > 1.95 && pts <= 2.0, qPrintable(QString::number(pts)));
-        QByteArray sound(4096, '\0');
+        QByteArray sound(4097, '\0');
         QTRY_VERIFY_WITH_TIMEOUT(decoder.QueuedAudioBytes() > 0, 5000);
-        QCOMPARE(decoder.ReadAudio(sound.data(), sound.size(), &pts, 0.0), qint64(sound.size()));
+        QCOMPARE(decoder.ReadAudio(sound.data(), sound.size(), &pts, 0.0), qint64(4096)); // whole frames
         QVERIFY2(pts > 1.95 && pts <= 2.0, qPrintable(QString::number(pts)));
-        QVERIFY(!Silent(sound));
+        QVERIFY(!Silent(sound.left(4096)));
     }
 
     // The sound clock without a sound device: what the feed hands out and the time it keeps.
