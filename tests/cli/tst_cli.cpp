@@ -125,6 +125,9 @@ private Q_SLOTS:
                  qPrintable(left.join(' ')));
         QCOMPARE(Lines(r.err), QStringList{"Engine log: " + m_tmp + "/" + left.first()});
         const QString log = QString::fromLocal8Bit(Bytes::ReadFile(m_tmp + "/" + left.first()));
+        // A clean file's re-encode holds all that was decoded from it.
+        QVERIFY2(log.contains(QRegularExpression("/000good1.mp4: .* refused; whole\n")),
+                 qPrintable(log.right(2000)));
         for (const char *engineText : {"audio_pts", "Input #0", "[libx264"})
             QVERIFY2(log.contains(engineText) && !r.out.contains(engineText) && !r.err.contains(engineText),
                      engineText);
