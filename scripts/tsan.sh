@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-targets=(tst_structuralpass tst_workers tst_reencode tst_reencode_firstvideo tst_hardening)
+targets=(tst_structuralpass tst_workers tst_reencode tst_hardening)
 
 # Qt's mutexes, wait conditions and thread ends synchronise inside its uninstrumented library:
 # tests/hardening/TsanQtSync.cpp wraps the calls our code makes so that ThreadSanitizer sees the

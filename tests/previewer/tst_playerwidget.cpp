@@ -1,21 +1,15 @@
 // The player widget and its decoder on clips made with ffmpeg: opening, the aspect ratio, playing,
 // pausing, seeking to the right picture, the end of a file, bad files, bounded queues, the sound
-// clock, and tearing down at any moment. Then the preview panel behind CallSelectedItems and
-// SetWindowLevel: it shows the file, removes it once the player holds it (even one it cannot play),
-// closes on a second call, and SetWindowLevel returns only once it is closed.
+// clock, and tearing down at any moment; and VideoFileUtil, the program around it.
 
 #include "Bytes.h"
 #include "Fixtures.h"
 #include "Pages.h"
-#include "previewer/NativeBridge.h"
 #include "previewer/PlayerDecoder.h"
 #include "previewer/PlayerWidget.h"
-#include "previewer/PreviewPanel.h"
 #include "previewer/SoundFeed.h"
-#include "workers/PreviewState.h"
 
 #include <QElapsedTimer>
-#include <QPointer>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -80,7 +74,6 @@ class TstPlayerWidget : public QObject
 
     QTemporaryDir m_dir;
     QString m_clip; // 3 s, 320x240 at 25 frames a second, H.264 and AAC
-    int m_copies = 0;
 
     QString Path(const QString &name) const { return m_dir.filePath(name); }
 
@@ -90,13 +83,6 @@ class TstPlayerWidget : public QObject
         const QString png = Path(QString("ref-%1.png").arg(seconds));
         Fixtures::Ffmpeg({"-ss", QString::number(seconds), "-i", m_clip, "-frames:v", "1", png});
         return QImage(png);
-    }
-
-    // A preview copy of `source`, named as the pages name them: with one leading blank.
-    QString Copy(const QString &source)
-    {
-        const QString copy = Path(QString(" copy%1.mp4").arg(++m_copies));
-        return QFile::copy(source, copy) ? copy : QString();
     }
 
     // Runs the program with `args`; its state as printed by the hook, or empty when it did not end
@@ -137,16 +123,6 @@ private Q_SLOTS:
             Bytes::WriteFile(Path("broken.mp4"), Bytes::Builder().Box(32, "ftyp").Zeros(24).Box(8, "mdat")));
         m_clip = Path("clip.mp4");
         QVERIFY(Fixtures::Make(m_clip, Fixtures::Clip::Of("libx264", "aac", 3)));
-        QVERIFY(Bytes::WriteFile(Path("garbage.mp4"), QByteArray(5000, 'x')));
-    }
-
-    void cleanup()
-    {
-        for (QWidget *w : QApplication::topLevelWidgets())
-            if (qobject_cast<PreviewPanel *>(w))
-                w->close();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QVERIFY(!Pages::Shown<PreviewPanel>());
     }
 
     // Files that open (the first picture shows before playing starts) and files refused with a
@@ -380,70 +356,6 @@ private Q_SLOTS:
         const double before = feed.Position();
         QCOMPARE(feed.Read(tenth.data(), tenth.size()), qint64(tenth.size()));
         QVERIFY(Silent(tenth) && qAbs(feed.Position() - before - 0.1) < 1e-9);
-    }
-
-    void showsThenClosesOnTheNextCall()
-    {
-        const QString first = Copy(m_clip);
-        CallSelectedItems(first);
-        QPointer<PreviewPanel> panel = Pages::Shown<PreviewPanel>();
-        QVERIFY(panel);
-        QCOMPARE(panel->windowTitle(), QString(" copy1.mp4"));
-        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(first), 10000);
-        // The removed file goes on playing.
-        QTRY_VERIFY_WITH_TIMEOUT(panel->Player()->Position() > 500, 5000);
-
-        // A call while the panel shows closes it and leaves the file it was given alone.
-        const QString second = Copy(m_clip);
-        CallSelectedItems(second);
-        QVERIFY(!Pages::Shown<PreviewPanel>() && QFile::exists(second));
-        QTRY_VERIFY(!panel);
-
-        // The call after that shows the new file.
-        CallSelectedItems(second);
-        QVERIFY(Pages::Shown<PreviewPanel>());
-        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(second), 10000);
-    }
-
-    void setWindowLevelReturnsOnceClosed_data()
-    {
-        QTest::addColumn<QString>("source"); // empty: no file at all
-
-        QTest::newRow("a clip") << "clip.mp4";
-        QTest::newRow("a file it cannot play") << "garbage.mp4";
-        QTest::newRow("no file") << "";
-    }
-
-    void setWindowLevelReturnsOnceClosed()
-    {
-        QFETCH(QString, source);
-        strFileForPreview = source.isEmpty() ? m_dir.filePath(" gone.mp4") : Copy(Path(source));
-        bQuickLookClose = false;
-
-        // Closes the panel once it shows the file and the file is gone, as a user would.
-        bool sawItShowing = false;
-        QTimer user;
-        connect(&user, &QTimer::timeout, this, [&] {
-            PreviewPanel *panel = Pages::Shown<PreviewPanel>();
-            if (panel && (panel->Player()->IsOpen() || !panel->Player()->Message().isEmpty()) &&
-                !QFile::exists(strFileForPreview)) {
-                sawItShowing = true;
-                panel->close();
-            }
-        });
-        user.start(20);
-        // Never hang the suite: a panel that never reaches that state is closed anyway.
-        QObject guard; // ends the timer with this row
-        QTimer::singleShot(20000, &guard, [] {
-            if (PreviewPanel *panel = Pages::Shown<PreviewPanel>())
-                panel->close();
-        });
-
-        QElapsedTimer timer;
-        timer.start();
-        QCOMPARE(SetWindowLevel(0, 0, nullptr), 0);
-        QVERIFY(timer.elapsed() < 20000 && sawItShowing && bQuickLookClose);
-        QVERIFY(!QFile::exists(strFileForPreview) && !Pages::Shown<PreviewPanel>());
     }
 
     // VideoFileUtil run as a program: it plays the file it is given, says so plainly when it cannot,
