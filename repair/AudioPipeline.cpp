@@ -676,7 +676,11 @@ int ThreadVideoRepair::open_encoder(const char *path)
     out->bit_rate = in->bit_rate;
     out->time_base = AVRational{1, fps};
     out->gop_size = in->gop_size;
-    out->keyint_min = in->keyint_min;
+    // The carried-over minimum key-frame interval (25) is above the maximum (12). libx264 limits the
+    // minimum to half the maximum and one; libx265 takes it as it is, and then codes every picture
+    // between the two as an intra picture, 13 of every 25, at three times the cost. Every encoder
+    // gets libx264's limit, so the key frames fall where libx264 puts them.
+    out->keyint_min = in->gop_size > 0 ? std::clamp(in->keyint_min, 1, in->gop_size / 2 + 1) : in->keyint_min;
     out->max_b_frames = in->max_b_frames;
     out->refs = in->refs;
     out->qmin = in->qmin;
