@@ -309,31 +309,48 @@ private Q_SLOTS:
         }
     }
 
-    // A working copy nothing can read: when the header pass made it so, its untouched source is the
-    // result; when the copy is as the source was, nothing plays and the file fails.
-    void unreadableCopy_data()
+    // What the header pass made of a copy against its source. A copy nothing can read: when the
+    // header pass made it so, its untouched source is the result; when the copy is as the source
+    // was, nothing plays and the file fails. A changed copy whose re-encode is whole, against a
+    // source that plays as much, or more.
+    void headerPassCopy_data()
     {
         QTest::addColumn<bool>("rewritten");
-        QTest::newRow("changed by the header pass") << true;
-        QTest::newRow("as its source was") << false;
+        QTest::addColumn<QString>("damage"); // "unreadable", or as Harm names it
+        QTest::addColumn<QString>("madeBy");
+        QTest::newRow("unreadable, changed by the header pass") << true << "unreadable"
+                                                                << "original";
+        QTest::newRow("unreadable, as its source was") << false << "unreadable"
+                                                       << "";
+        QTest::newRow("changed, plays as its source") << true << ""
+                                                      << "re-encoded";
+        QTest::newRow("changed, plays less than its source") << true << "cut"
+                                                             << "original";
     }
 
-    void unreadableCopy()
+    void headerPassCopy()
     {
         QFETCH(bool, rewritten);
+        QFETCH(QString, damage);
+        QFETCH(QString, madeBy);
         const QString source = Fresh("fix") + "/fix.mp4", work = Fresh("fix-work"), copy = work + "/fix.mp4";
-        QVERIFY(Fixtures::Make(source, Clip::Of("libx264", "aac", 1)));
+        QVERIFY(Fixtures::Make(source, Clip::Of("libx264", "aac", 4, {"-movflags", "+faststart"})));
         QByteArray bytes = Bytes::ReadFile(source);
-        bytes.replace(bytes.lastIndexOf("moov"), 4, QByteArray(4, '\0'));
-        QVERIFY(Bytes::WriteFile(copy, bytes));
+        if (damage == "unreadable")
+            bytes.replace(bytes.indexOf("moov"), 4, QByteArray(4, '\0'));
+        QVERIFY(Bytes::WriteFile(copy, bytes) && Harm(copy, damage));
 
         AfterHeaderPass worker(source, copy, rewritten);
         worker.ReRepairFiles({copy});
         const RepairOutcome o = worker.Outcomes().value(0);
-        QCOMPARE(o.verdict, rewritten ? Verdict::Repaired : Verdict::NotPlayable);
-        QCOMPARE(o.madeBy, QString(rewritten ? "original" : ""));
-        QCOMPARE(Bytes::ReadFile(copy), rewritten ? Bytes::ReadFile(source) : QByteArray());
-        QCOMPARE(QDir(work).entryList(QDir::Files), rewritten ? QStringList{"fix.mp4"} : QStringList());
+        QCOMPARE(o.verdict, madeBy.isEmpty() ? Verdict::NotPlayable : Verdict::Repaired);
+        QCOMPARE(o.madeBy, madeBy);
+        if (madeBy == "original")
+            QCOMPARE(Bytes::ReadFile(copy), Bytes::ReadFile(source));
+        if (!madeBy.isEmpty())
+            QCOMPARE(o.plays.videoFrames, Fixtures::Played(copy).frames);
+        QCOMPARE(QDir(work).entryList(QDir::Files),
+                 madeBy.isEmpty() ? QStringList() : QStringList{"fix.mp4"});
     }
 
     // The routines on their own: the frame-rate time base and the audio bit-rate threshold.
