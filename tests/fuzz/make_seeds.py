@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes the seed corpus for the structural-pass fuzzer into corpus/: one small layout for each
-word the scan acts on, led in by a 92-byte "ftyp" box, and the first 16 KiB of real files made
-with ffmpeg. Run from anywhere; needs ffmpeg for the real-file seeds."""
+"""Writes the seed corpus for the structural-pass fuzzer into corpus/ (or CORVANE_SEEDS_OUT): one
+small layout for each word the scan acts on, led in by a 92-byte "ftyp" box, and the first 16 KiB
+of real files made with ffmpeg. Run from anywhere; needs ffmpeg for the real-file seeds."""
 
 import os, struct, subprocess, tempfile
 
