@@ -24,6 +24,7 @@ struct Options
     bool verbose = false;
     bool help = false;
     QStringList files;
+    QStringList references; // --reference, in the order given
 };
 
 // Parses the arguments that follow the program name. Options may come before or after the files;

@@ -88,6 +88,10 @@ int RepairRun::Exec()
     ThreadVideoSaving saver;
     repair.SetReEncodingEnabled(!m_options.structuralOnly);
     repair.SetKeepOriginalCodecs(m_options.keepCodecs);
+    QStringList references;
+    for (const QString &reference : m_options.references)
+        references << QFileInfo(reference).absoluteFilePath();
+    repair.SetReferences(references);
     const StopSignal stop(m_console.ErrFd());
 
     bool aborted = false;

@@ -53,6 +53,18 @@ RepairOutcomes ThreadVideoRepair::Outcomes() const
     return m_outcomes;
 }
 
+void ThreadVideoRepair::SetReferences(QStringList files)
+{
+    QMutexLocker locker(&m_resultMutex);
+    m_references = files;
+}
+
+QStringList ThreadVideoRepair::References() const
+{
+    QMutexLocker locker(&m_resultMutex);
+    return m_references;
+}
+
 void ThreadVideoRepair::SetReEncodingEnabled(bool enabled)
 {
     m_reEncode = enabled;

@@ -1,0 +1,155 @@
+#include "rebuild/SampleWalker.h"
+
+#include "rebuild/ByteSource.h"
+#include "rebuild/TrackDescription.h"
+
+#include <algorithm>
+
+namespace {
+
+// The longest stretch of audio looked at in one go, and how far ahead a picture is looked for.
+constexpr int64_t AudioStretch = 1 << 20;
+constexpr int64_t ProgressStep = 4 << 20;
+
+} // namespace
+
+SampleWalker::SampleWalker(const Description &description, SourceWindow &window) : m_window(window)
+{
+    for (size_t i = 0; i < description.tracks.size(); ++i) {
+        const TrackDescription &t = description.tracks[i];
+        if (t.IsVideo() && m_video < 0 && t.nalLengthSize > 0 &&
+            (t.Codec() == AV_CODEC_ID_H264 || t.Codec() == AV_CODEC_ID_HEVC)) {
+            m_video = int(i);
+            m_largestPicture = std::min(t.SampleLimit(), window.Capacity());
+            const AVCodecParameters *p = t.params.get();
+            m_matcher = std::make_unique<AccessUnitMatcher>(
+                t.Codec(), t.nalLengthSize, m_largestPicture,
+                PpsIdsOf(t.Codec(), ParameterSetsOf(t.Codec(), p->extradata, p->extradata_size)));
+        } else if (!t.IsVideo() && m_audio < 0 && t.Codec() == AV_CODEC_ID_AAC) {
+            auto framer = std::make_unique<AudioFramer>(t);
+            if (framer->IsOpen()) {
+                m_audio = int(i);
+                m_framer = std::move(framer);
+                m_largestAudio = int(std::min<int64_t>(t.SampleLimit(), AudioStretch));
+            }
+        }
+    }
+}
+
+SampleWalker::~SampleWalker() = default;
+
+AccessUnitMatcher::Unit SampleWalker::PictureAt(int64_t pos, int64_t end)
+{
+    if (!m_matcher)
+        return {};
+    int64_t available = 0;
+    const uint8_t *data = m_window.Bytes(pos, std::min(m_largestPicture, end - pos), &available);
+    if (!m_matcher->MayStart(data, available))
+        return {};
+    const AccessUnitMatcher::Unit unit = m_matcher->Match(data, available);
+    if (unit.size == 0 || !SampleFollows(pos + unit.size, end))
+        return {};
+    return unit;
+}
+
+bool SampleWalker::SampleFollows(int64_t pos, int64_t end)
+{
+    if (pos >= end)
+        return true;
+    if (m_matcher) {
+        int64_t available = 0;
+        const uint8_t *data = m_window.Bytes(pos, std::min(m_largestPicture, end - pos), &available);
+        if (m_matcher->MayStart(data, available) && m_matcher->Match(data, available).size > 0)
+            return true;
+    }
+    return AudioStartsAt(pos, end, false);
+}
+
+bool SampleWalker::AudioStartsAt(int64_t pos, int64_t end, bool confirm)
+{
+    if (!m_framer)
+        return false;
+    int64_t available = 0;
+    const uint8_t *data = m_window.Bytes(pos, std::min<int64_t>(m_largestAudio, end - pos), &available);
+    if (available <= 0 || !m_framer->MayStart(data[0]))
+        return false;
+    if (!confirm)
+        return m_framer->StartsFrame(data, int(available));
+    // Garbage decodes as a frame now and then: where it matters, the next sample must agree.
+    const int frame = m_framer->FrameAt(data, int(available));
+    return frame > 0 && SampleFollows(pos + frame, end);
+}
+
+int64_t SampleWalker::NextPicture(int64_t from, int64_t limit, int64_t end)
+{
+    for (int64_t p = from; p < limit; ++p)
+        if (PictureAt(p, end).size > 0)
+            return p;
+    return limit;
+}
+
+int64_t SampleWalker::Resync(int64_t from, int64_t end)
+{
+    for (int64_t p = from; p < end; ++p) {
+        if (PictureAt(p, end).size > 0 || AudioStartsAt(p, end, true))
+            return p;
+    }
+    return end;
+}
+
+WalkStats SampleWalker::Walk(int64_t begin, int64_t end, const Sink &sink, const std::atomic<bool> *stop,
+                             const Progress &progress)
+{
+    WalkStats stats;
+    int tracks = std::max(m_video, m_audio) + 1;
+    stats.samples.assign(size_t(std::max(tracks, 0)), 0);
+    if (tracks == 0)
+        return stats;
+    end = std::min(end, m_window.Size());
+    int64_t pos = std::max<int64_t>(begin, 0), reported = pos;
+    auto emit = [&](int track, int64_t at, int64_t size, bool key) {
+        int64_t available = 0;
+        const uint8_t *data = m_window.Bytes(at, size, &available);
+        ++stats.samples[size_t(track)];
+        return available == size && sink(WalkedSample{track, at, size, key}, data);
+    };
+    while (pos < end && !(stop && *stop)) {
+        if (progress && pos - reported >= ProgressStep) {
+            progress(pos);
+            reported = pos;
+        }
+        if (const AccessUnitMatcher::Unit unit = PictureAt(pos, end); unit.size > 0) {
+            if (!emit(m_video, pos, unit.size, unit.key))
+                break;
+            pos += unit.size;
+            continue;
+        }
+        if (m_framer) {
+            const int64_t limit = std::min(end, pos + AudioStretch);
+            const int64_t stretchEnd = m_matcher ? NextPicture(pos + 1, limit, end) : limit;
+            int64_t available = 0;
+            const uint8_t *data = m_window.Bytes(pos, stretchEnd - pos, &available);
+            int rest = 0;
+            const std::vector<int> frames = m_framer->Split(data, int(available), &rest);
+            bool stopped = false;
+            for (const int size : frames) {
+                if (!emit(m_audio, pos, size, true)) {
+                    stopped = true;
+                    break;
+                }
+                pos += size;
+            }
+            if (stopped)
+                break;
+            if (!frames.empty())
+                continue;
+        }
+        const int64_t next = Resync(pos + 1, end);
+        stats.skippedBytes += next - pos;
+        ++stats.skips;
+        pos = next;
+    }
+    if (progress)
+        progress(pos);
+    return stats;
+}
