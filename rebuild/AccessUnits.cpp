@@ -135,6 +135,17 @@ bool AccessUnitMatcher::MayStart(const uint8_t *data, int64_t available) const
     return nal.role == Role::Leading || (nal.role == Role::Slice && nal.firstSlice);
 }
 
+bool AccessUnitMatcher::CutOffAt(const uint8_t *data, int64_t available) const
+{
+    if (available < m_lengthSize + 2)
+        return available > 0;
+    const int64_t n = LengthAt(data, m_lengthSize);
+    if (n < 2 || n > m_largest || n <= available - m_lengthSize)
+        return false;
+    const Nal nal = Classify(data + m_lengthSize, available - m_lengthSize);
+    return nal.role == Role::Leading || (nal.role == Role::Slice && nal.firstSlice);
+}
+
 AccessUnitMatcher::Unit AccessUnitMatcher::Match(const uint8_t *data, int64_t available) const
 {
     Unit unit;

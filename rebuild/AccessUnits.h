@@ -31,6 +31,10 @@ public:
     // there. Match decides.
     bool MayStart(const uint8_t *data, int64_t available) const;
 
+    // Whether a NAL unit that can begin a picture starts at `data` but runs past the `available`
+    // bytes: a picture cut off by the end of a recording.
+    bool CutOffAt(const uint8_t *data, int64_t available) const;
+
     int LengthSize() const { return m_lengthSize; }
     AVCodecID Codec() const { return m_codec; }
 

@@ -1,5 +1,6 @@
 #include "rebuild/AudioFramer.h"
 
+#include "rebuild/QuietLog.h"
 #include "rebuild/TrackDescription.h"
 
 #include <algorithm>
@@ -29,8 +30,15 @@ AudioFramer::AudioFramer(const TrackDescription &track)
         return;
     m_packet.reset(av_packet_alloc());
     m_frame.reset(av_frame_alloc());
-    if (m_packet && m_frame)
+    if (m_packet && m_frame) {
         m_decoder = std::move(ctx);
+        QuietLog::Silence(m_decoder.get());
+    }
+}
+
+AudioFramer::~AudioFramer()
+{
+    QuietLog::Restore(m_decoder.get());
 }
 
 std::vector<int> AudioFramer::Decode(const uint8_t *data, int size, bool *error)

@@ -18,6 +18,9 @@ class AudioFramer
 {
 public:
     explicit AudioFramer(const TrackDescription &track);
+    ~AudioFramer();
+    AudioFramer(const AudioFramer &) = delete;
+    AudioFramer &operator=(const AudioFramer &) = delete;
     bool IsOpen() const { return m_decoder != nullptr; }
 
     // Whether a frame of this track may start with this byte: the first bytes the reference's

@@ -61,6 +61,16 @@ bool SampleWalker::SampleFollows(int64_t pos, int64_t end)
         const uint8_t *data = m_window.Bytes(pos, std::min(m_largestPicture, end - pos), &available);
         if (m_matcher->MayStart(data, available) && m_matcher->Match(data, available).size > 0)
             return true;
+        // The data ends inside the next picture, as a recording cut short does.
+        if (pos + available >= end && m_matcher->CutOffAt(data, available))
+            return true;
+    }
+    if (m_framer && end - pos < m_largestAudio) {
+        // ... or inside an audio frame, which then cannot decode.
+        int64_t available = 0;
+        const uint8_t *data = m_window.Bytes(pos, end - pos, &available);
+        if (available > 0 && m_framer->MayStart(data[0]))
+            return true;
     }
     return AudioStartsAt(pos, end, false);
 }

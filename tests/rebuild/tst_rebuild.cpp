@@ -1,0 +1,210 @@
+// Recordings whose index was lost or broken, rebuilt with a reference of the same recorder profile:
+// each damaged copy goes through corvane-repair, and what its result plays is held against what the
+// damage left recoverable.
+
+#include "Bytes.h"
+#include "Fixtures.h"
+#include "Recoverable.h"
+
+#include "rebuild/Rebuild.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+struct Recorder
+{
+    QString name; // the original's file name
+    Fixtures::Clip clip;
+};
+
+// Recorders as people bring them: a camera's .mp4 (index at the end), a phone's .mov with a
+// timecode track and its media in half-second chunks, HEVC in a .mov, and sound alone.
+QList<Recorder> Recorders()
+{
+    Fixtures::Clip camera;
+    camera.seconds = 4;
+    camera.extra = QStringList{"-g", "25"};
+    Fixtures::Clip phone = camera;
+    phone.extra += QStringList{"-timecode", "01:00:00:00", "-chunk_duration", "500000"};
+    Fixtures::Clip hevc = camera;
+    hevc.videoCodec = "libx265";
+    hevc.extra = QStringList{"-preset", "ultrafast", "-x265-params", "log-level=error:keyint=25", "-tag:v", "hvc1"};
+    Fixtures::Clip sound = camera;
+    sound.videoCodec.clear();
+    sound.extra = QStringList{"-b:a", "128k"};
+    return {{"camera.mp4", camera}, {"phone.mov", phone}, {"hevc.mov", hevc}, {"sound.m4a", sound}};
+}
+
+enum class Harm { Cut30, Cut60, Cut95, MoovType, StszSize, StscSize, StcoSize, FtypLost };
+
+// The offset of the first box of `type` at or after `from`, found by its type code; -1 if none.
+qint64 BoxAt(const QByteArray &data, const char *type, qint64 from = 0)
+{
+    const qint64 at = data.indexOf(type, from);
+    return at < 4 ? -1 : at - 4;
+}
+
+// Damages `data` (the original's bytes); returns the original's byte ranges that survive intact.
+Recoverable::Ranges Damage(QByteArray &data, Harm harm, QPair<qint64, qint64> media)
+{
+    const qint64 size = data.size();
+    auto cut = [&](double share) {
+        data.truncate(int(media.first + share * double(media.second - media.first)));
+        return Recoverable::Ranges{{0, data.size()}};
+    };
+    auto sizeWord = [&](const char *type) {
+        const qint64 box = BoxAt(data, type, media.second);
+        if (box >= 0)
+            memcpy(data.data() + box, "\xff\xff\xff\xf0", 4);
+        return Recoverable::Ranges{{0, size}};
+    };
+    switch (harm) {
+    case Harm::Cut30: return cut(0.30);
+    case Harm::Cut60: return cut(0.60);
+    case Harm::Cut95: return cut(0.95);
+    case Harm::MoovType: {
+        const qint64 box = BoxAt(data, "moov", media.second);
+        memcpy(data.data() + box + 4, "\xde\xad\x00\x01", 4);
+        return {{0, size}};
+    }
+    case Harm::StszSize: return sizeWord("stsz");
+    case Harm::StscSize: return sizeWord("stsc");
+    case Harm::StcoSize: return sizeWord("stco");
+    case Harm::FtypLost: {
+        const qint64 ftypSize = Bytes::WordAt(data, 0);
+        data.replace(0, int(ftypSize), QByteArray(int(ftypSize), '\0'));
+        return {{ftypSize, size}};
+    }
+    }
+    return {};
+}
+
+// Presentation times of the first `n` video packets, in seconds from the first.
+QList<double> VideoTimes(const QString &path, int n)
+{
+    QList<double> times;
+    AVFormatContext *fmt = nullptr;
+    if (avformat_open_input(&fmt, QFile::encodeName(path).constData(), nullptr, nullptr) < 0)
+        return times;
+    avformat_find_stream_info(fmt, nullptr);
+    const int video = av_find_best_stream(fmt, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    AVPacket *p = av_packet_alloc();
+    while (times.size() < n && av_read_frame(fmt, p) >= 0) {
+        if (p->stream_index == video)
+            times << p->pts * av_q2d(fmt->streams[video]->time_base);
+        av_packet_unref(p);
+    }
+    av_packet_free(&p);
+    avformat_close_input(&fmt);
+    for (int i = times.size() - 1; i >= 0; --i)
+        times[i] -= times.value(0);
+    return times;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Harm)
+
+class TstRebuild : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+
+    QString Original(const QString &name) const { return m_dir.filePath("rec/" + name); }
+    QString Reference(const QString &name) const { return m_dir.filePath("ref/" + name); }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(QDir(m_dir.path()).mkpath("rec") && QDir(m_dir.path()).mkpath("ref"));
+        for (Recorder r : Recorders()) {
+            QVERIFY(Fixtures::Make(Original(r.name), r.clip));
+            // The same recorder on another day: other pictures, other length, same settings.
+            r.clip.pattern = "testsrc2";
+            r.clip.seconds = 2;
+            QVERIFY(Fixtures::Make(Reference(r.name), r.clip));
+        }
+    }
+
+    void commandLine_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<Harm>("harm");
+        const QList<QPair<const char *, Harm>> harms{
+            {"cut at 30%", Harm::Cut30},   {"cut at 60%", Harm::Cut60},       {"cut at 95%", Harm::Cut95},
+            {"moov type", Harm::MoovType}, {"stsz size", Harm::StszSize},     {"stsc size", Harm::StscSize},
+            {"stco size", Harm::StcoSize}, {"ftyp lost", Harm::FtypLost}};
+        for (const Recorder &r : Recorders())
+            for (const auto &[what, harm] : harms)
+                QTest::newRow(qPrintable(r.name + ", " + what)) << r.name << harm;
+    }
+
+    // Every case plays at least 95% of what its damage left recoverable, and says how it was mended.
+    void commandLine()
+    {
+        QFETCH(QString, name);
+        QFETCH(Harm, harm);
+        const QString original = Original(name);
+        const QString case_ = m_dir.filePath(QString("case-%1").arg(QTest::currentDataTag()).replace(' ', '-'));
+        QVERIFY(QDir().mkpath(case_ + "/out") && QDir().mkpath(case_ + "/tmp"));
+        QByteArray data = Bytes::ReadFile(original);
+        const Recoverable::Ranges surviving = Damage(data, harm, Recoverable::MediaData(original));
+        const QString damaged = case_ + "/" + name;
+        QVERIFY(Bytes::WriteFile(damaged, data));
+
+        QProcess p;
+        p.start(CORVANE_REPAIR_BIN, {"--output", case_ + "/out", "--temp", case_ + "/tmp", "--reference",
+                                     Reference(name), damaged});
+        QVERIFY(p.waitForFinished(600000));
+        const QString out = QString::fromUtf8(p.readAllStandardOutput());
+        QVERIFY2(p.exitCode() == 0, qPrintable(out + p.readAllStandardError()));
+        if (harm == Harm::Cut30 || harm == Harm::Cut60 || harm == Harm::Cut95)
+            QVERIFY2(out.contains("Index rebuilt from " + name), qPrintable(out));
+
+        const Recoverable::Target target = Recoverable::Of(original, surviving);
+        const Fixtures::Plays plays = Fixtures::Played(case_ + "/out/Repaired-Video-Files/" + name);
+        const QString counts = QString("plays %1 frames, %2 s; recoverable %3 frames, %4 s")
+                                   .arg(plays.frames).arg(plays.audioSeconds).arg(target.frames)
+                                   .arg(target.audioSeconds);
+        qInfo("%s", qPrintable(counts));
+        QVERIFY2(plays.frames >= 0.95 * double(target.frames), qPrintable(counts));
+        QVERIFY2(plays.audioSeconds >= 0.95 * target.audioSeconds, qPrintable(counts));
+    }
+
+    // The rebuilt index shows the pictures in their order (B-frames included) at their times.
+    void pictureTimes_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("H.264") << "camera.mp4";
+        QTest::newRow("HEVC") << "hevc.mov";
+    }
+
+    void pictureTimes()
+    {
+        QFETCH(QString, name);
+        const QString original = Original(name), cut = m_dir.filePath("times-" + name),
+                      rebuilt = m_dir.filePath("rebuilt-" + name);
+        QByteArray data = Bytes::ReadFile(original);
+        Damage(data, Harm::Cut60, Recoverable::MediaData(original));
+        QVERIFY(Bytes::WriteFile(cut, data));
+        const RebuildResult r = RebuildIndex(cut, rebuilt, LearnFromReference(Reference(name)));
+        QVERIFY(r.Recovered());
+        const QList<double> theirs = VideoTimes(original, int(r.videoSamples)), ours = VideoTimes(rebuilt, 1000);
+        QCOMPARE(ours.size(), theirs.size());
+        for (int i = 0; i < ours.size(); ++i)
+            QVERIFY2(qAbs(ours[i] - theirs[i]) < 1e-3, qPrintable(QString("picture %1: %2 s, not %3 s")
+                                                                       .arg(i).arg(ours[i]).arg(theirs[i])));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstRebuild)
+#include "tst_rebuild.moc"
