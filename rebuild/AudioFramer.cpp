@@ -8,7 +8,10 @@
 
 AudioFramer::AudioFramer(const TrackDescription &track)
 {
-    m_largest = int(track.SampleLimit());
+    // A raw_data_block holds at most 6144 bits per channel (ISO/IEC 14496-3, 4.5.3); the decoder
+    // never needs more bytes than that to decode one.
+    const int channels = std::max(1, track.params->ch_layout.nb_channels);
+    m_largest = int(std::min<int64_t>(track.SampleLimit(), 768 * channels + 64));
     m_first = track.firstBytes;
     if (m_first.none()) {
         // A raw_data_block begins with the id of its first element (three bits) and the element's
@@ -46,13 +49,15 @@ std::vector<int> AudioFramer::Decode(const uint8_t *data, int size, bool *error)
     std::vector<int> left;
     *error = false;
     avcodec_flush_buffers(m_decoder.get());
-    if (size <= 0 || av_new_packet(m_packet.get(), size) < 0) {
+    // One buffer serves every decode: after the flush the decoder holds no reference to it.
+    if (size <= 0 || (size > m_capacity && !Reserve(size))) {
         *error = true;
         return left;
     }
     std::memcpy(m_packet->data, data, size_t(size));
+    std::memset(m_packet->data + size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+    m_packet->size = size;
     int ret = avcodec_send_packet(m_decoder.get(), m_packet.get());
-    av_packet_unref(m_packet.get());
     while (ret >= 0) {
         ret = avcodec_receive_frame(m_decoder.get(), m_frame.get());
         if (ret < 0)
@@ -62,6 +67,16 @@ std::vector<int> AudioFramer::Decode(const uint8_t *data, int size, bool *error)
     }
     *error = ret != AVERROR(EAGAIN) && ret != AVERROR_EOF;
     return left;
+}
+
+bool AudioFramer::Reserve(int size)
+{
+    av_packet_unref(m_packet.get());
+    m_capacity = 0;
+    if (av_new_packet(m_packet.get(), std::max(size, 64 << 10)) < 0)
+        return false;
+    m_capacity = m_packet->size;
+    return true;
 }
 
 bool AudioFramer::Decodes(const uint8_t *data, int size)

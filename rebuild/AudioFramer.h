@@ -22,6 +22,8 @@ public:
     AudioFramer(const AudioFramer &) = delete;
     AudioFramer &operator=(const AudioFramer &) = delete;
     bool IsOpen() const { return m_decoder != nullptr; }
+    // The longest frame of the track, in bytes.
+    int Largest() const { return m_largest; }
 
     // Whether a frame of this track may start with this byte: the first bytes the reference's
     // frames began with, or every byte a frame of its channel layout can begin with.
@@ -42,10 +44,12 @@ private:
     // whether an error ended the decode.
     std::vector<int> Decode(const uint8_t *data, int size, bool *error);
     bool Decodes(const uint8_t *data, int size);
+    bool Reserve(int size);
 
     CodecPtr m_decoder;
     PacketPtr m_packet;
     FramePtr m_frame;
     std::bitset<256> m_first;
-    int m_largest;
+    int m_largest;      // the longest frame, in bytes
+    int m_capacity = 0; // of m_packet's buffer
 };

@@ -29,8 +29,8 @@ SampleWalker::SampleWalker(const Description &description, SourceWindow &window)
             auto framer = std::make_unique<AudioFramer>(t);
             if (framer->IsOpen()) {
                 m_audio = int(i);
+                m_largestAudio = framer->Largest();
                 m_framer = std::move(framer);
-                m_largestAudio = int(std::min<int64_t>(t.SampleLimit(), AudioStretch));
             }
         }
     }

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Writes the seed corpus for the structural-pass fuzzer into corpus/: one small layout for each
 word the scan acts on, led in by a 92-byte "ftyp" box, and the first 16 KiB of real files made
-with ffmpeg. Run from anywhere; needs ffmpeg for the real-file seeds."""
+with ffmpeg. For the sample walker's fuzzer, walker-corpus/ gets stretches of the media data of
+real files, each led by the byte that picks the tracks it is walked with. Run from anywhere; needs
+ffmpeg for the real-file seeds."""
 
 import os
 import struct
@@ -53,14 +55,44 @@ def real_files():
                 yield "real_" + name.replace(".", "_"), f.read(16384)
 
 
-def main():
-    os.makedirs(OUT, exist_ok=True)
+def media_data(path):
+    data = open(path, "rb").read()
+    at = 0
+    while at + 8 <= len(data):
+        size, kind = struct.unpack(">I4s", data[at:at + 8])
+        if kind == b"mdat":
+            return data[at + 8:at + size]
+        at += max(size, 8)
+    return b""
+
+
+def walker_files():
+    # pick byte: bit 0 HEVC, bits 1-2 length size (0: 4 bytes), bit 4 sound, bits 3+4 sound alone
+    recordings = [("h264.mp4", ["-c:v", "libx264"], 0x10), ("hevc.mp4", ["-c:v", "libx265", "-x265-params",
+                  "log-level=error"], 0x11), ("aac.m4a", ["-vn"], 0x18)]
+    with tempfile.TemporaryDirectory() as tmp:
+        for name, args, pick in recordings:
+            path = os.path.join(tmp, name)
+            subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=10:duration=2",
+                            "-f", "lavfi", "-i", "sine=duration=2", "-c:a", "aac"] + args + [path], check=True)
+            media = media_data(path)
+            for start in (0, len(media) // 3):
+                yield "walk_%s_%d" % (name.replace(".", "_"), start), bytes([pick]) + media[start:start + 8192]
+
+
+def write(folder, items):
+    os.makedirs(folder, exist_ok=True)
     count = 0
-    for name, data in list(seeds()) + list(real_files()):
-        with open(os.path.join(OUT, name), "wb") as f:
+    for name, data in items:
+        with open(os.path.join(folder, name), "wb") as f:
             f.write(data)
         count += 1
-    print(f"{count} seeds in {OUT}")
+    print(f"{count} seeds in {folder}")
+
+
+def main():
+    write(OUT, list(seeds()) + list(real_files()))
+    write(os.path.join(HERE, "walker-corpus"), walker_files())
 
 
 if __name__ == "__main__":

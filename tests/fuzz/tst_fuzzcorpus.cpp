@@ -1,6 +1,8 @@
-// Replays the fuzzing corpus and every input that once failed through the structural pass.
+// Replays the fuzzing corpora, and every input that once failed, through the structural pass and
+// the rebuild's sample walker.
 
 #include "StructuralCheck.h"
+#include "WalkerCheck.h"
 
 #include <QDirIterator>
 #include <QTemporaryDir>
@@ -17,7 +19,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("input");
         int rows = 0;
-        for (const char *folder : {"corpus", "crashes"}) {
+        for (const char *folder : {"corpus", "crashes", "walker-corpus", "walker-crashes"}) {
             QDirIterator it(QString(CORVANE_FUZZ_DIR) + "/" + folder, QDir::Files);
             while (it.hasNext()) {
                 const QString file = it.next();
@@ -33,7 +35,9 @@ private Q_SLOTS:
         QFETCH(QString, input);
         QFile f(input);
         QVERIFY(f.open(QIODevice::ReadOnly));
-        const QString problem = CheckStructuralPass(f.readAll(), m_dir.filePath("input.mov"));
+        const QByteArray bytes = f.readAll();
+        const QString problem = input.contains("/walker-") ? CheckSampleWalker(bytes)
+                                                           : CheckStructuralPass(bytes, m_dir.filePath("input.mov"));
         QVERIFY2(problem.isEmpty(), qPrintable(problem));
     }
 };
