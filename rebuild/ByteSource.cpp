@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,29 +52,74 @@ int64_t MemorySource::Read(int64_t pos, uint8_t *into, int64_t n) const
 }
 
 SourceWindow::SourceWindow(const ByteSource &source, int64_t capacity)
-    : m_source(source), m_buffer(size_t(std::max<int64_t>(capacity, 64)))
+    : m_source(source), m_capacity(std::max<int64_t>(capacity, 64))
 {
+    if (source.Descriptor() < 0)
+        m_buffer.resize(size_t(m_capacity));
+}
+
+SourceWindow::~SourceWindow()
+{
+    Unmap();
+}
+
+void SourceWindow::Unmap()
+{
+    if (m_map)
+        ::munmap(m_map, size_t(m_mapLength));
+    m_map = nullptr;
+    m_mapLength = 0;
+}
+
+bool SourceWindow::Map(int64_t pos)
+{
+    Unmap();
+    const int64_t page = ::sysconf(_SC_PAGESIZE);
+    m_start = pos - pos % page;
+    m_mapLength = std::min(m_capacity + page, m_source.Size() - m_start);
+    void *at = ::mmap(nullptr, size_t(m_mapLength), PROT_READ, MAP_SHARED, m_source.Descriptor(), off_t(m_start));
+    if (at == MAP_FAILED) {
+        m_mapLength = 0;
+        m_length = 0;
+        return false;
+    }
+    m_map = static_cast<uint8_t *>(at);
+    m_length = m_mapLength;
+    // Read ahead the whole window. The working copies it maps live in the program's private folder,
+    // where nothing else shortens a file under a mapping.
+    ::madvise(m_map, size_t(m_mapLength), MADV_SEQUENTIAL);
+    ::madvise(m_map, size_t(m_mapLength), MADV_WILLNEED);
+    return true;
 }
 
 const uint8_t *SourceWindow::Bytes(int64_t pos, int64_t n, int64_t *available)
 {
+    static const uint8_t nothing[1] = {0};
     const int64_t size = m_source.Size();
     n = std::min(n, Capacity());
     if (pos < 0 || pos >= size) {
         *available = 0;
-        return m_buffer.data();
+        return nothing;
     }
     const int64_t wanted = std::min(n, size - pos);
     if (pos < m_start || pos + wanted > m_start + m_length) {
-        // Keep what is still ahead of pos, and fill the rest of the window from the source.
-        int64_t keep = 0;
-        if (pos >= m_start && pos < m_start + m_length) {
-            keep = m_start + m_length - pos;
-            std::memmove(m_buffer.data(), m_buffer.data() + (pos - m_start), size_t(keep));
+        if (m_source.Descriptor() >= 0) {
+            if (!Map(pos)) {
+                *available = 0;
+                return nothing;
+            }
+        } else {
+            // Keep what is still ahead of pos, and fill the rest of the window from the source.
+            int64_t keep = 0;
+            if (pos >= m_start && pos < m_start + m_length) {
+                keep = m_start + m_length - pos;
+                std::memmove(m_buffer.data(), m_buffer.data() + (pos - m_start), size_t(keep));
+            }
+            m_start = pos;
+            m_length = keep + m_source.Read(pos + keep, m_buffer.data() + keep, Capacity() - keep);
         }
-        m_start = pos;
-        m_length = keep + m_source.Read(pos + keep, m_buffer.data() + keep, Capacity() - keep);
     }
     *available = std::min(wanted, m_start + m_length - pos);
-    return m_buffer.data() + (pos - m_start);
+    const uint8_t *base = m_map ? m_map : m_buffer.data();
+    return base + (pos - m_start);
 }

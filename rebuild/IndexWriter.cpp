@@ -62,6 +62,7 @@ int PresentationOrder::StepOf(const std::vector<std::pair<int, bool>> &pocAndKey
 
 IndexWriter::IndexWriter(const Description &description) : m_description(description)
 {
+    m_borrowed = av_packet_alloc();
     m_stream.assign(description.tracks.size(), -1);
     m_count.assign(description.tracks.size(), 0);
     m_end.assign(description.tracks.size(), 0);
@@ -71,6 +72,7 @@ IndexWriter::~IndexWriter()
 {
     for (Pending &p : m_pending)
         av_packet_free(&p.packet);
+    av_packet_free(&m_borrowed);
     if (m_parser)
         av_parser_close(m_parser);
     avcodec_free_context(&m_parserCtx);
@@ -105,7 +107,8 @@ bool IndexWriter::Open(const QByteArray &path, const char *format)
             m_parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
         }
     }
-    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path))
+    // The file is written at disk speed: large writes.
+    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, 1 << 20))
         return false;
     return avformat_write_header(m_out, nullptr) >= 0;
 }
@@ -115,13 +118,7 @@ bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
     const int k = sample.track;
     if (m_failed || k < 0 || k >= int(m_stream.size()) || m_stream[k] < 0 || sample.size > INT32_MAX)
         return !m_failed;
-    AVPacket *packet = av_packet_alloc();
-    if (!packet || av_new_packet(packet, int(sample.size)) < 0) {
-        av_packet_free(&packet);
-        return false;
-    }
-    std::memcpy(packet->data, data, size_t(sample.size));
-    Pending p{packet, k, 0, sample.key};
+    Pending p{nullptr, k, 0, sample.key};
     if (m_description.tracks[k].IsVideo()) {
         uint8_t *out = nullptr;
         int outSize = 0;
@@ -131,11 +128,19 @@ bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
         p.key = sample.key || m_parser->key_frame == 1;
     }
     if (!m_holding) {
+        // Written at once: the packet borrows the walker's bytes, which stay put until the next sample.
         const int64_t slot = m_description.tracks[k].IsVideo() ? m_order.Next(p.poc, p.key) : 0;
-        const bool ok = Write(packet, k, slot, p.key);
-        av_packet_free(&packet);
-        return ok;
+        av_packet_unref(m_borrowed);
+        m_borrowed->data = const_cast<uint8_t *>(data);
+        m_borrowed->size = int(sample.size);
+        return Write(m_borrowed, k, slot, p.key);
     }
+    p.packet = av_packet_alloc();
+    if (!p.packet || av_new_packet(p.packet, int(sample.size)) < 0) {
+        av_packet_free(&p.packet);
+        return false;
+    }
+    std::memcpy(p.packet->data, data, size_t(sample.size));
     m_pending.push_back(p);
     size_t pictures = 0;
     for (const Pending &q : m_pending)

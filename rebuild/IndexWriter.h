@@ -81,6 +81,7 @@ private:
     AVCodecContext *m_parserCtx = nullptr;
     PresentationOrder m_order;
     std::deque<Pending> m_pending;
+    AVPacket *m_borrowed = nullptr; // points into the walker's bytes while it is written
     bool m_holding = true;
     int64_t m_delay = 0;      // pictures by which decoding runs ahead of presentation
     int64_t m_videoIndex = 0; // pictures written

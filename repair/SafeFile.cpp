@@ -39,8 +39,6 @@ FILE *CreateFresh(const QByteArray &path)
 
 namespace {
 
-constexpr int OutputBufferSize = 1 << 16;
-
 int WriteOutput(void *opaque, uint8_t *data, int size)
 {
     const int fd = int(reinterpret_cast<intptr_t>(opaque));
@@ -70,13 +68,13 @@ int64_t SeekOutput(void *opaque, int64_t offset, int whence)
 
 } // namespace
 
-bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path)
+bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize)
 {
     const int fd = CreateFreshDescriptor(path);
     if (fd < 0)
         return false;
-    auto *buffer = static_cast<unsigned char *>(av_malloc(OutputBufferSize));
-    AVIOContext *pb = buffer ? avio_alloc_context(buffer, OutputBufferSize, 1, reinterpret_cast<void *>(intptr_t(fd)),
+    auto *buffer = static_cast<unsigned char *>(av_malloc(size_t(bufferSize)));
+    AVIOContext *pb = buffer ? avio_alloc_context(buffer, bufferSize, 1, reinterpret_cast<void *>(intptr_t(fd)),
                                                   nullptr, WriteOutput, SeekOutput)
                              : nullptr;
     if (!pb) {

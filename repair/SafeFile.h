@@ -20,7 +20,7 @@ int CreateFreshDescriptor(const QByteArray &path);
 struct AVFormatContext;
 
 // Gives a muxer an output written through a descriptor made by CreateFreshDescriptor rather than
-// one the muxer opens by name. False when the file cannot be made.
-bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path);
+// one the muxer opens by name, in writes of `bufferSize` bytes. False when the file cannot be made.
+bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize = 1 << 16);
 // Flushes and closes that output, if one is open.
 void CloseSafeOutput(AVFormatContext *ctx);
