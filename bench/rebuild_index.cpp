@@ -1,6 +1,8 @@
 // Drives the rebuild stage alone, without the copy into a working folder or the re-encode:
 //   corvane-rebuild-index REFERENCE DAMAGED OUTPUT
-// Prints what was recovered and how long it took.
+// REFERENCE "-" learns the tracks from the damaged file itself. Prints what was recovered and how
+// long it took.
+#include "rebuild/OwnDescription.h"
 #include "rebuild/Rebuild.h"
 
 #include <QCoreApplication>
@@ -22,7 +24,10 @@ int main(int argc, char **argv)
         return 2;
     }
     QString why;
-    const Description description = LearnFromReference(args.at(0), &why);
+    const Description description =
+        args.at(0) == "-" ? LearnFromDamagedFile(args.at(1)) : LearnFromReference(args.at(0), &why);
+    for (const QString &assumption : description.assumptions)
+        printf("%s\n", qPrintable(assumption));
     if (!description.Usable()) {
         fprintf(stderr, "reference not usable: %s\n", qPrintable(why));
         return 2;

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-AudioFramer::AudioFramer(const TrackDescription &track)
+AacFramer::AacFramer(const TrackDescription &track)
 {
     // A raw_data_block holds at most 6144 bits per channel (ISO/IEC 14496-3, 4.5.3); the decoder
     // never needs more bytes than that to decode one.
@@ -14,13 +14,16 @@ AudioFramer::AudioFramer(const TrackDescription &track)
     m_largest = int(std::min<int64_t>(track.SampleLimit(), 768 * channels + 64));
     m_first = track.firstBytes;
     if (m_first.none()) {
-        // A raw_data_block begins with the id of its first element (three bits) and the element's
-        // instance tag: a single or paired channel element, or fill, or a data stream element.
-        for (int b = 0; b < 256; ++b) {
-            const int id = b >> 5;
-            if (id == 0 || id == 1 || id == 3 || id == 4 || id == 6)
-                m_first.set(b);
-        }
+        // A raw_data_block begins with its first channel element, instance tag 0: a channel pair
+        // element for stereo (id 1), a single channel element otherwise (id 0). Encoders may lead
+        // the first frame of a stream with fill; that frame alone is lost.
+        const int first = channels == 2 ? 0x20 : 0x00;
+        m_first.set(first);
+        m_first.set(first | 1);
+        for (int b = 0x80; b < 0xa0; ++b) // a data stream element (id 4)
+            m_leading.set(b);
+        for (int b = 0xc0; b < 0xe0; ++b) // fill (id 6)
+            m_leading.set(b);
     }
     const AVCodec *codec = avcodec_find_decoder(track.Codec());
     if (!codec)
@@ -39,12 +42,12 @@ AudioFramer::AudioFramer(const TrackDescription &track)
     }
 }
 
-AudioFramer::~AudioFramer()
+AacFramer::~AacFramer()
 {
     QuietLog::Restore(m_decoder.get());
 }
 
-std::vector<int> AudioFramer::Decode(const uint8_t *data, int size, bool *error)
+std::vector<int> AacFramer::Decode(const uint8_t *data, int size, bool *error)
 {
     std::vector<int> left;
     *error = false;
@@ -69,7 +72,7 @@ std::vector<int> AudioFramer::Decode(const uint8_t *data, int size, bool *error)
     return left;
 }
 
-bool AudioFramer::Reserve(int size)
+bool AacFramer::Reserve(int size)
 {
     av_packet_unref(m_packet.get());
     m_capacity = 0;
@@ -79,20 +82,20 @@ bool AudioFramer::Reserve(int size)
     return true;
 }
 
-bool AudioFramer::Decodes(const uint8_t *data, int size)
+bool AacFramer::Decodes(const uint8_t *data, int size)
 {
     bool error = false;
     return !Decode(data, size, &error).empty();
 }
 
-bool AudioFramer::StartsFrame(const uint8_t *data, int size)
+bool AacFramer::StartsFrame(const uint8_t *data, int size)
 {
-    return m_decoder && size > 0 && MayStart(data[0]) && Decodes(data, std::min(size, m_largest));
+    return m_decoder && MayStart(data, size) && Decodes(data, std::min(size, m_largest));
 }
 
-int AudioFramer::FrameAt(const uint8_t *data, int size)
+int AacFramer::FrameAt(const uint8_t *data, int size)
 {
-    if (!m_decoder || size <= 0 || !MayStart(data[0]))
+    if (!m_decoder || !MayStart(data, size))
         return 0;
     size = std::min(size, m_largest);
     if (!Decodes(data, size))
@@ -110,11 +113,11 @@ int AudioFramer::FrameAt(const uint8_t *data, int size)
     return high;
 }
 
-std::vector<int> AudioFramer::Split(const uint8_t *data, int size, int *rest)
+std::vector<int> AacFramer::Split(const uint8_t *data, int size, int *rest)
 {
     std::vector<int> frames;
     *rest = size;
-    if (!m_decoder || size <= 0 || !MayStart(data[0]))
+    if (!m_decoder || !MayStart(data, size))
         return frames;
     // The decoder passes over zero bytes at the end of a packet without a word; a frame never ends in
     // one (its last byte holds the end element), so they belong to no frame.
@@ -136,12 +139,93 @@ std::vector<int> AudioFramer::Split(const uint8_t *data, int size, int *rest)
     }
     int kept = 0, at = 0;
     for (const int f : frames) {
-        if (f <= 0 || f > m_largest || !MayStart(data[at]))
+        if (f <= 0 || f > m_largest || !MayStart(data + at, size - at))
             break;
         at += f;
         ++kept;
     }
     frames.resize(size_t(kept));
+    *rest = size - at;
+    return frames;
+}
+
+std::unique_ptr<AudioFramer> AudioFramer::For(const TrackDescription &track)
+{
+    switch (track.Codec()) {
+    case AV_CODEC_ID_AAC: {
+        auto framer = std::make_unique<AacFramer>(track);
+        return framer->IsOpen() ? std::move(framer) : nullptr;
+    }
+    case AV_CODEC_ID_MP3:
+    case AV_CODEC_ID_MP2:
+        return std::make_unique<MpegAudioFramer>(track);
+    default:
+        return nullptr;
+    }
+}
+
+bool ParseMpegAudioHeader(const uint8_t *p, int size, MpegAudioHeader *h)
+{
+    // ISO/IEC 11172-3 and 13818-3: 11 sync bits, version, layer, protection, bit rate index,
+    // sample rate index, padding, private, channel mode, mode extension, copyright, original,
+    // emphasis.
+    static const int Kbps[2][3][15] = {
+        {{0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
+         {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},
+         {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}},
+        {{0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},
+         {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+         {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160}}};
+    static const int Rates[3] = {44100, 48000, 32000};
+    if (size < 4 || p[0] != 0xff || (p[1] & 0xe0) != 0xe0)
+        return false;
+    const int versionBits = (p[1] >> 3) & 3, layerBits = (p[1] >> 1) & 3;
+    const int rateIndex = (p[2] >> 2) & 3, bitrateIndex = p[2] >> 4;
+    if (versionBits == 1 || layerBits == 0 || rateIndex == 3 || bitrateIndex == 0 || bitrateIndex == 15 ||
+        (p[3] & 3) == 2)
+        return false;
+    h->version = versionBits == 3 ? 1 : (versionBits == 2 ? 2 : 25);
+    h->layer = 4 - layerBits;
+    h->sampleRate = Rates[rateIndex] / (h->version == 1 ? 1 : (h->version == 2 ? 2 : 4));
+    h->channels = (p[3] >> 6) == 3 ? 1 : 2;
+    const int bitrate = Kbps[h->version == 1 ? 0 : 1][h->layer - 1][bitrateIndex] * 1000;
+    const int padding = (p[2] >> 1) & 1;
+    if (h->layer == 1) {
+        h->samples = 384;
+        h->length = (12 * bitrate / h->sampleRate + padding) * 4;
+    } else {
+        h->samples = h->layer == 3 && h->version != 1 ? 576 : 1152;
+        h->length = h->samples / 8 * bitrate / h->sampleRate + padding;
+    }
+    return h->length >= 4;
+}
+
+MpegAudioFramer::MpegAudioFramer(const TrackDescription &track)
+    : m_layer(track.Codec() == AV_CODEC_ID_MP2 ? 2 : 3), m_sampleRate(track.params->sample_rate)
+{
+}
+
+int MpegAudioFramer::Length(const uint8_t *data, int size) const
+{
+    MpegAudioHeader h;
+    if (!ParseMpegAudioHeader(data, size, &h) || h.layer != m_layer ||
+        (m_sampleRate > 0 && h.sampleRate != m_sampleRate))
+        return 0;
+    return h.length;
+}
+
+int MpegAudioFramer::FrameAt(const uint8_t *data, int size)
+{
+    const int n = Length(data, size);
+    return n <= size ? n : 0;
+}
+
+std::vector<int> MpegAudioFramer::Split(const uint8_t *data, int size, int *rest)
+{
+    std::vector<int> frames;
+    int at = 0;
+    for (int n; (n = FrameAt(data + at, size - at)) > 0; at += n)
+        frames.push_back(n);
     *rest = size - at;
     return frames;
 }

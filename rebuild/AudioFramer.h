@@ -4,40 +4,62 @@
 
 #include <bitset>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 struct TrackDescription;
 
-// Splits a stretch of raw AAC frames, as an MP4 file stores them (no sync word, no length), into
-// its frames. FFmpeg's decoder is the judge: handed several frames as one packet it decodes them one
-// after another and reports, with each frame, how many bytes of the packet were left when it began
-// (AVFrame::pkt_size), so one decode of a stretch gives every boundary in it. Where a frame is
-// followed by bytes that do not decode, the length of that frame is found by bisection: the
-// shortest prefix of it that decodes.
+// Finds the frames of one audio track in bare media data.
 class AudioFramer
 {
 public:
-    explicit AudioFramer(const TrackDescription &track);
-    ~AudioFramer();
-    AudioFramer(const AudioFramer &) = delete;
-    AudioFramer &operator=(const AudioFramer &) = delete;
-    bool IsOpen() const { return m_decoder != nullptr; }
+    // The framer for the track's codec (AAC, MP3 or MPEG audio layer 2); null for other codecs or
+    // when the track's decoder cannot be opened.
+    static std::unique_ptr<AudioFramer> For(const TrackDescription &track);
+    virtual ~AudioFramer() = default;
+
     // The longest frame of the track, in bytes.
-    int Largest() const { return m_largest; }
+    virtual int Largest() const = 0;
+    // A cheap first test of the bytes at `data`: whether a frame of this track may start there.
+    virtual bool MayStart(const uint8_t *data, int size) const = 0;
+    // The same test where the walk looks for the track again past damage: as strict as it can be
+    // made, since every position that passes costs a trial.
+    virtual bool MayResume(const uint8_t *data, int size) const { return MayStart(data, size); }
+    // The lengths of the frames that follow one another from the start of [data, data+size). A frame
+    // cut off by the end of the stretch is not among them. *rest is set to the bytes after the
+    // frames (0 when they tile the stretch).
+    virtual std::vector<int> Split(const uint8_t *data, int size, int *rest) = 0;
+    // The length of the frame at data, or 0 when no frame of at most `size` bytes is there.
+    virtual int FrameAt(const uint8_t *data, int size) = 0;
+    // Whether a frame starts at data: FrameAt without its length where that is cheaper.
+    virtual bool StartsFrame(const uint8_t *data, int size) { return FrameAt(data, size) > 0; }
+};
 
-    // Whether a frame of this track may start with this byte: the first bytes the reference's
-    // frames began with, or every byte a frame of its channel layout can begin with.
-    bool MayStart(uint8_t first) const { return m_first.test(first); }
+// Raw AAC frames, as an MP4 file stores them (no sync word, no length). FFmpeg's decoder is the
+// judge: handed several frames as one packet it decodes them one after another and reports, with
+// each frame, how many bytes of the packet were left when it began (AVFrame::pkt_size), so one
+// decode of a stretch gives every boundary in it. Where a frame is followed by bytes that do not
+// decode, its length is found by bisection: the shortest prefix of it that decodes.
+class AacFramer : public AudioFramer
+{
+public:
+    explicit AacFramer(const TrackDescription &track);
+    ~AacFramer() override;
+    AacFramer(const AacFramer &) = delete;
+    AacFramer &operator=(const AacFramer &) = delete;
 
-    // The lengths of the frames that decode one after another from the start of [data, data+size).
-    // A frame cut off by the end of the stretch does not decode and is not among them. *rest is set
-    // to the bytes after the frames (0 when they tile the stretch).
-    std::vector<int> Split(const uint8_t *data, int size, int *rest);
-
-    // The length of the frame at data, or 0 when no frame of at most `size` bytes decodes there.
-    int FrameAt(const uint8_t *data, int size);
-    // Whether a frame decodes at data: FrameAt without finding its length, for one decode.
-    bool StartsFrame(const uint8_t *data, int size);
+    bool IsOpen() const { return m_decoder != nullptr; }
+    int Largest() const override { return m_largest; }
+    // The first bytes the reference's frames began with, or those of the first channel element
+    // the track's channel layout calls for, or of the fill and data elements that may lead it.
+    bool MayStart(const uint8_t *data, int size) const override
+    {
+        return size > 0 && (m_first.test(data[0]) || m_leading.test(data[0]));
+    }
+    bool MayResume(const uint8_t *data, int size) const override { return size > 0 && m_first.test(data[0]); }
+    std::vector<int> Split(const uint8_t *data, int size, int *rest) override;
+    int FrameAt(const uint8_t *data, int size) override;
+    bool StartsFrame(const uint8_t *data, int size) override;
 
 private:
     // Decodes [data, data+size) as one packet; the pkt_size of each frame decoded, in order, and
@@ -50,6 +72,39 @@ private:
     PacketPtr m_packet;
     FramePtr m_frame;
     std::bitset<256> m_first;
-    int m_largest;      // the longest frame, in bytes
+    std::bitset<256> m_leading;
+    int m_largest = 0;  // the longest frame, in bytes
     int m_capacity = 0; // of m_packet's buffer
 };
+
+// MPEG audio (MP3, layer 2) frames: each begins with a header that gives its length. A frame
+// counts only when its header agrees with the track (version, layer, sample rate).
+class MpegAudioFramer : public AudioFramer
+{
+public:
+    explicit MpegAudioFramer(const TrackDescription &track);
+    int Largest() const override { return 2881; } // layer 3, 320 kb/s at 8 kHz, padded
+    bool MayStart(const uint8_t *data, int size) const override { return Length(data, size) > 0; }
+    std::vector<int> Split(const uint8_t *data, int size, int *rest) override;
+    int FrameAt(const uint8_t *data, int size) override;
+
+private:
+    // The frame length its header at data gives, or 0 when none of this track's is there.
+    int Length(const uint8_t *data, int size) const;
+
+    int m_layer;
+    int m_sampleRate;
+};
+
+// What an MPEG audio frame header says.
+struct MpegAudioHeader
+{
+    int layer = 0;      // 1, 2 or 3
+    int version = 0;    // 1 (MPEG-1), 2 (MPEG-2) or 25 (MPEG-2.5)
+    int sampleRate = 0;
+    int channels = 0;
+    int length = 0;     // bytes, header included
+    int samples = 0;    // per frame
+};
+// Parses the four bytes at data; false when they are not a valid header.
+bool ParseMpegAudioHeader(const uint8_t *data, int size, MpegAudioHeader *header);

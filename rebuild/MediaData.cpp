@@ -82,6 +82,14 @@ int64_t FoundBox::End(int64_t fileSize) const
     return offset + int64_t(size);
 }
 
+int64_t MediaLayout::MediaBytes() const
+{
+    int64_t n = 0;
+    for (const auto &[begin, end] : regions)
+        n += end - begin;
+    return n;
+}
+
 const FoundBox *MediaLayout::Find(uint32_t type) const
 {
     for (const FoundBox &b : boxes)
@@ -112,6 +120,9 @@ MediaLayout FindMediaData(const ByteSource &source)
         if (b.type != FourCC("mdat"))
             continue;
         const int64_t begin = b.PayloadBegin(), end = b.End(fileSize);
+        if (end <= begin)
+            continue;
+        layout.regions.emplace_back(begin, end);
         if (end - begin > layout.mediaEnd - layout.mediaBegin) {
             layout.mediaBegin = begin;
             layout.mediaEnd = end;
@@ -137,5 +148,7 @@ MediaLayout FindMediaData(const ByteSource &source)
         at = std::max(at, end);
     }
     consider(at, fileSize);
+    if (layout.HasMedia())
+        layout.regions.emplace_back(layout.mediaBegin, layout.mediaEnd);
     return layout;
 }

@@ -23,13 +23,16 @@ struct FoundBox
 struct MediaLayout
 {
     std::vector<FoundBox> boxes; // in file order
-    // The largest plausible stretch of media data: an "mdat" payload, clipped to the file; without
-    // any "mdat", the largest stretch no box accounts for.
+    // The media data, in file order: the payload of every "mdat" (a fragmented file has one per
+    // fragment), clipped to the file; without any "mdat", the largest stretch no box accounts for.
+    std::vector<std::pair<int64_t, int64_t>> regions;
+    // The largest of them.
     int64_t mediaBegin = 0;
     int64_t mediaEnd = 0;
     bool mdatFound = false;
 
     bool HasMedia() const { return mediaEnd > mediaBegin; }
+    int64_t MediaBytes() const;
     const FoundBox *Find(uint32_t type) const;
 };
 

@@ -59,22 +59,26 @@ RebuildResult RebuildIndex(const QString &damaged, const QString &output, const 
         return result;
     SourceWindow window(source, WindowSize);
     SampleWalker walker(description, window);
-    const int64_t total = layout.mediaEnd - layout.mediaBegin;
-    const WalkStats stats = walker.Walk(
-        layout.mediaBegin, layout.mediaEnd,
-        [&writer](const WalkedSample &sample, const uint8_t *data) { return writer.Add(sample, data); }, stop,
-        [&](int64_t at) {
-            if (progress)
-                progress(at - layout.mediaBegin, total);
-        });
-    if (stop && *stop)
-        return result;
+    const int64_t total = layout.MediaBytes();
+    int64_t before = 0; // media bytes of the regions already walked
+    for (const auto &[begin, end] : layout.regions) {
+        const WalkStats stats = walker.Walk(
+            begin, end,
+            [&writer](const WalkedSample &sample, const uint8_t *data) { return writer.Add(sample, data); }, stop,
+            [&, begin = begin](int64_t at) {
+                if (progress)
+                    progress(before + at - begin, total);
+            });
+        before += end - begin;
+        result.skippedBytes += stats.skippedBytes;
+        result.skips += stats.skips;
+        if (stop && *stop)
+            return result;
+    }
     result.written = writer.Finish();
     for (size_t k = 0; k < description.tracks.size(); ++k)
         (description.tracks[k].IsVideo() ? result.videoSamples : result.audioSamples) += writer.Written(int(k));
     result.seconds = writer.Seconds();
-    result.skippedBytes = stats.skippedBytes;
-    result.skips = stats.skips;
     return result;
 }
 

@@ -25,9 +25,8 @@ SampleWalker::SampleWalker(const Description &description, SourceWindow &window)
             m_matcher = std::make_unique<AccessUnitMatcher>(
                 t.Codec(), t.nalLengthSize, m_largestPicture,
                 PpsIdsOf(t.Codec(), ParameterSetsOf(t.Codec(), p->extradata, p->extradata_size)));
-        } else if (!t.IsVideo() && m_audio < 0 && t.Codec() == AV_CODEC_ID_AAC) {
-            auto framer = std::make_unique<AudioFramer>(t);
-            if (framer->IsOpen()) {
+        } else if (!t.IsVideo() && m_audio < 0) {
+            if (auto framer = AudioFramer::For(t)) {
                 m_audio = int(i);
                 m_largestAudio = framer->Largest();
                 m_framer = std::move(framer);
@@ -69,7 +68,7 @@ bool SampleWalker::SampleFollows(int64_t pos, int64_t end)
         // ... or inside an audio frame, which then cannot decode.
         int64_t available = 0;
         const uint8_t *data = m_window.Bytes(pos, end - pos, &available);
-        if (available > 0 && m_framer->MayStart(data[0]))
+        if (m_framer->MayStart(data, int(available)))
             return true;
     }
     return AudioStartsAt(pos, end, false);
@@ -81,7 +80,7 @@ bool SampleWalker::AudioStartsAt(int64_t pos, int64_t end, bool confirm)
         return false;
     int64_t available = 0;
     const uint8_t *data = m_window.Bytes(pos, std::min<int64_t>(m_largestAudio, end - pos), &available);
-    if (available <= 0 || !m_framer->MayStart(data[0]))
+    if (!(confirm ? m_framer->MayResume(data, int(available)) : m_framer->MayStart(data, int(available))))
         return false;
     if (!confirm)
         return m_framer->StartsFrame(data, int(available));

@@ -83,7 +83,8 @@ QByteArray Description::Key() const
 
 bool CanWalk(AVCodecID codec)
 {
-    return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_AAC;
+    return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_AAC ||
+           codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_MP2;
 }
 
 int NalLengthSizeOf(AVCodecID codec, const uint8_t *extradata, int size)
@@ -195,7 +196,7 @@ Description LearnFromReference(const QString &path, QString *why)
             TrackDescription &t = d.tracks[k];
             t.largestSample = std::max<int64_t>(t.largestSample, packet->size);
             ++durations[k][packet->duration];
-            if (!t.IsVideo())
+            if (!t.IsVideo() && t.Codec() == AV_CODEC_ID_AAC)
                 t.firstBytes.set(packet->data[0]);
         }
         av_packet_unref(packet.get());

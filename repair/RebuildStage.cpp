@@ -1,10 +1,12 @@
 // The stage between the structural pass and the re-encoding pass: a working copy whose index was
 // lost or broken (it does not open, or plays nothing, or its index points past its end) is rebuilt
-// from its media data. Every description at hand is tried: the recordings the user chose as
+// from its media data. Every description at hand is tried: what survives of the file's own (its
+// sample descriptions, parameter sets in its media data), the recordings the user chose as
 // references, then the other files of the run that open cleanly (a camera's clips share one
 // description). The rebuild that plays the most takes the working copy's place, but only when it
 // plays more than the working copy does.
 
+#include "rebuild/OwnDescription.h"
 #include "rebuild/Rebuild.h"
 #include "repair/Playback.h"
 #include "repair/ThreadVideoRepair.h"
@@ -18,9 +20,10 @@
 
 namespace {
 
-// The descriptions to try for `file`, in the order that wins ties: chosen references, then the
-// run's other files. Two that would rebuild alike are tried once.
-std::vector<const Description *> DescriptionsFor(const QString &file, const std::vector<Description> &chosen,
+// The descriptions to try for `file`, in the order that wins ties: its own, chosen references, then
+// the run's other files. Two that would rebuild alike are tried once.
+std::vector<const Description *> DescriptionsFor(const QString &file, const Description &own,
+                                                 const std::vector<Description> &chosen,
                                                  const std::vector<std::pair<QString, Description>> &automatic)
 {
     std::vector<const Description *> list;
@@ -34,6 +37,7 @@ std::vector<const Description *> DescriptionsFor(const QString &file, const std:
         keys.insert(key);
         list.push_back(&d);
     };
+    add(own);
     for (const Description &d : chosen)
         add(d);
     for (const auto &[copy, d] : automatic)
@@ -75,7 +79,8 @@ void ThreadVideoRepair::RebuildLostIndexes(const QStringList &files)
         const QFileInfo info(path);
         const QString attempt = info.path() + "/00000" + info.fileName();
         const QString kept = info.path() + "/000000" + info.fileName();
-        const std::vector<const Description *> descriptions = DescriptionsFor(path, chosen, automatic);
+        const Description own = LearnFromDamagedFile(path);
+        const std::vector<const Description *> descriptions = DescriptionsFor(path, own, chosen, automatic);
         if (descriptions.empty())
             continue;
         Q_EMIT Info(tr("Rebuilding the index of ") + info.fileName());
@@ -123,6 +128,7 @@ void ThreadVideoRepair::RebuildLostIndexes(const QStringList &files)
                 continue;
             o.rebuiltFrom = best->origin;
             o.recoveredSeconds = bestSeconds;
+            o.notes = best->assumptions;
         }
     }
 }
