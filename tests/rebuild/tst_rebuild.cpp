@@ -120,6 +120,38 @@ class TstRebuild : public QObject
     QTemporaryDir m_dir;
 
     QString Original(const QString &name) const { return m_dir.filePath("rec/" + name); }
+
+    // Damages a copy of `original` with `harm`, repairs it with corvane-repair `args`, and checks
+    // that the result plays at least `share` of what the damage left recoverable (pictures, and
+    // seconds of sound) and that the output says each of `says`.
+    void Check(const QString &original, Harm harm, const QStringList &args, double share, const QStringList &says)
+    {
+        const QString name = QFileInfo(original).fileName();
+        const QString case_ = m_dir.filePath(QString("case-%1").arg(QTest::currentDataTag()).replace(' ', '-'));
+        QVERIFY(QDir().mkpath(case_ + "/out") && QDir().mkpath(case_ + "/tmp"));
+        QByteArray data = Bytes::ReadFile(original);
+        const Recoverable::Ranges surviving = Damage(data, harm, Recoverable::MediaData(original));
+        const QString damaged = case_ + "/" + name;
+        QVERIFY(Bytes::WriteFile(damaged, data));
+
+        QProcess p;
+        p.start(CORVANE_REPAIR_BIN, QStringList{"--output", case_ + "/out", "--temp", case_ + "/tmp"} + args +
+                                        QStringList{damaged});
+        QVERIFY(p.waitForFinished(600000));
+        const QString out = QString::fromUtf8(p.readAllStandardOutput());
+        QVERIFY2(p.exitCode() == 0, qPrintable(out + p.readAllStandardError()));
+        for (const QString &text : says)
+            QVERIFY2(out.contains(text), qPrintable(out));
+
+        const Recoverable::Target target = Recoverable::Of(original, surviving);
+        const Fixtures::Plays plays = Fixtures::Played(case_ + "/out/Repaired-Video-Files/" + name);
+        const QString counts = QString("plays %1 frames, %2 s; recoverable %3 frames, %4 s")
+                                   .arg(plays.frames).arg(plays.audioSeconds).arg(target.frames)
+                                   .arg(target.audioSeconds);
+        qInfo("%s", qPrintable(counts));
+        QVERIFY2(plays.frames >= share * double(target.frames), qPrintable(counts));
+        QVERIFY2(plays.audioSeconds >= share * target.audioSeconds, qPrintable(counts));
+    }
     QString Reference(const QString &name) const { return m_dir.filePath("ref/" + name); }
 
 private slots:
@@ -153,33 +185,52 @@ private slots:
     {
         QFETCH(QString, name);
         QFETCH(Harm, harm);
-        const QString original = Original(name);
-        const QString case_ = m_dir.filePath(QString("case-%1").arg(QTest::currentDataTag()).replace(' ', '-'));
-        QVERIFY(QDir().mkpath(case_ + "/out") && QDir().mkpath(case_ + "/tmp"));
-        QByteArray data = Bytes::ReadFile(original);
-        const Recoverable::Ranges surviving = Damage(data, harm, Recoverable::MediaData(original));
-        const QString damaged = case_ + "/" + name;
-        QVERIFY(Bytes::WriteFile(damaged, data));
-
-        QProcess p;
-        p.start(CORVANE_REPAIR_BIN, {"--output", case_ + "/out", "--temp", case_ + "/tmp", "--reference",
-                                     Reference(name), damaged});
-        QVERIFY(p.waitForFinished(600000));
-        const QString out = QString::fromUtf8(p.readAllStandardOutput());
-        QVERIFY2(p.exitCode() == 0, qPrintable(out + p.readAllStandardError()));
-        if (harm == Harm::Cut30 || harm == Harm::Cut60 || harm == Harm::Cut95)
-            QVERIFY2(out.contains("Index rebuilt from " + name), qPrintable(out));
-
-        const Recoverable::Target target = Recoverable::Of(original, surviving);
-        const Fixtures::Plays plays = Fixtures::Played(case_ + "/out/Repaired-Video-Files/" + name);
-        const QString counts = QString("plays %1 frames, %2 s; recoverable %3 frames, %4 s")
-                                   .arg(plays.frames).arg(plays.audioSeconds).arg(target.frames)
-                                   .arg(target.audioSeconds);
-        qInfo("%s", qPrintable(counts));
-        QVERIFY2(plays.frames >= 0.95 * double(target.frames), qPrintable(counts));
-        QVERIFY2(plays.audioSeconds >= 0.95 * target.audioSeconds, qPrintable(counts));
+        const bool cut = harm == Harm::Cut30 || harm == Harm::Cut60 || harm == Harm::Cut95;
+        Check(Original(name), harm, {"--reference", Reference(name)}, 0.95,
+              cut ? QStringList{"Index rebuilt from " + name} : QStringList());
     }
 
+    // Without a reference: the tracks come from what survives in the file itself, and what had to
+    // be assumed is said.
+    void withoutReference_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<Fixtures::Clip>("clip");
+        QTest::addColumn<Harm>("harm");
+        QTest::addColumn<QStringList>("says");
+        const QString rebuilt = "Index rebuilt from the file itself";
+        Fixtures::Clip h264;
+        h264.seconds = 4;
+        h264.extra = QStringList{"-g", "25", "-x264-params", "repeat-headers=1"};
+        Fixtures::Clip hevc = h264;
+        hevc.videoCodec = "libx265";
+        hevc.extra = QStringList{"-preset", "ultrafast", "-x265-params", "log-level=error:keyint=25:repeat-headers=1",
+                                 "-tag:v", "hvc1"};
+        Fixtures::Clip faststart = h264;
+        faststart.extra = QStringList{"-movflags", "+faststart"};
+        Fixtures::Clip sound = h264;
+        sound.videoCodec.clear();
+        sound.extra.clear();
+        Fixtures::Clip mp3 = h264;
+        mp3.audioCodec = "libmp3lame";
+        QTest::newRow("H.264 .mp4 cut") << "own.mp4" << h264 << Harm::Cut60 << QStringList{rebuilt};
+        QTest::newRow("HEVC .mov cut") << "own.mov" << hevc << Harm::Cut60 << QStringList{rebuilt};
+        QTest::newRow("faststart, stsz") << "fast.mp4" << faststart << Harm::StszSize << QStringList();
+        QTest::newRow("sound .m4a cut") << "own.m4a" << sound << Harm::Cut60
+                                        << QStringList{rebuilt, "audio rate assumed 48 kHz"};
+        QTest::newRow("MP3 in .mov cut") << "mp3.mov" << mp3 << Harm::Cut60 << QStringList{rebuilt};
+    }
+
+    void withoutReference()
+    {
+        QFETCH(QString, name);
+        QFETCH(Fixtures::Clip, clip);
+        QFETCH(Harm, harm);
+        QFETCH(QStringList, says);
+        const QString original = m_dir.filePath("own-" + name);
+        QVERIFY(Fixtures::Make(original, clip));
+        Check(original, harm, {}, 0.90, says);
+    }
     // The rebuilt index shows the pictures in their order (B-frames included) at their times.
     void pictureTimes_data()
     {

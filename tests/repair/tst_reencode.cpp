@@ -23,7 +23,6 @@ extern "C" {
 
 using Fixtures::Clip;
 using Verdict = RepairOutcome::Verdict;
-Q_DECLARE_METATYPE(Fixtures::Clip)
 
 namespace {
 
