@@ -146,7 +146,7 @@ bool AccessUnitMatcher::CutOffAt(const uint8_t *data, int64_t available) const
     return nal.role == Role::Leading || (nal.role == Role::Slice && nal.firstSlice);
 }
 
-AccessUnitMatcher::Unit AccessUnitMatcher::Match(const uint8_t *data, int64_t available) const
+PictureMatcher::Unit AccessUnitMatcher::Match(const uint8_t *data, int64_t available) const
 {
     Unit unit;
     int64_t pos = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "rebuild/PictureMatcher.h"
+
 #include <cstdint>
 #include <vector>
 
@@ -12,15 +14,9 @@ extern "C" {
 // slices of one picture. A picture begins with a slice whose first_mb_in_slice is 0 (H.264) or whose
 // first_slice_segment_in_pic_flag is set (HEVC); what follows it belongs to it only while it is
 // another slice of the same picture or a NAL unit that may trail one.
-class AccessUnitMatcher
+class AccessUnitMatcher : public PictureMatcher
 {
 public:
-    struct Unit
-    {
-        int64_t size = 0; // 0: no access unit starts here
-        bool key = false; // an IDR (H.264) or IRAP (HEVC) picture
-    };
-
     // `ppsIds` are the picture parameter sets the stream may refer to; empty allows any.
     AccessUnitMatcher(AVCodecID codec, int lengthSize, int64_t largestUnit, std::vector<uint32_t> ppsIds = {});
 

@@ -99,7 +99,7 @@ bool IndexWriter::Open(const QByteArray &path, const char *format)
             st->codecpar->codec_tag = t.codecTag;
         st->time_base = t.timeBase;
         m_stream[k] = st->index;
-        if (t.IsVideo() && !m_parser) {
+        if (t.IsVideo() && !m_parser && t.Codec() != AV_CODEC_ID_MPEG4) {
             m_parser = av_parser_init(t.Codec());
             m_parserCtx = avcodec_alloc_context3(nullptr);
             if (!m_parser || !m_parserCtx || avcodec_parameters_to_context(m_parserCtx, t.params.get()) < 0)
@@ -119,7 +119,10 @@ bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
     if (m_failed || k < 0 || k >= int(m_stream.size()) || m_stream[k] < 0 || sample.size > INT32_MAX)
         return !m_failed;
     Pending p{nullptr, k, 0, sample.key};
-    if (m_description.tracks[k].IsVideo()) {
+    // MPEG-4 Part 2 pictures are shown in the order they come (B-VOPs are not reordered).
+    if (m_description.tracks[k].Codec() == AV_CODEC_ID_MPEG4) {
+        p.poc = int(m_picturesAdded);
+    } else if (m_description.tracks[k].IsVideo()) {
         uint8_t *out = nullptr;
         int outSize = 0;
         av_parser_parse2(m_parser, m_parserCtx, &out, &outSize, data, int(sample.size), AV_NOPTS_VALUE,
@@ -127,6 +130,8 @@ bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
         p.poc = m_parser->output_picture_number;
         p.key = sample.key || m_parser->key_frame == 1;
     }
+    if (m_description.tracks[k].IsVideo())
+        ++m_picturesAdded;
     if (!m_holding) {
         // Written at once: the packet borrows the walker's bytes, which stay put until the next sample.
         const int64_t slot = m_description.tracks[k].IsVideo() ? m_order.Next(p.poc, p.key) : 0;

@@ -84,6 +84,7 @@ private:
     AVPacket *m_borrowed = nullptr; // points into the walker's bytes while it is written
     bool m_holding = true;
     int64_t m_delay = 0;      // pictures by which decoding runs ahead of presentation
-    int64_t m_videoIndex = 0; // pictures written
+    int64_t m_videoIndex = 0;    // pictures written
+    int64_t m_picturesAdded = 0; // pictures handed in
     bool m_failed = false;
 };

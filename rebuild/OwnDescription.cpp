@@ -7,6 +7,7 @@
 #include "rebuild/MediaData.h"
 #include "rebuild/MemoryFile.h"
 #include "rebuild/SampleWalker.h"
+#include "rebuild/Vops.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -258,7 +259,7 @@ bool SetsAt(SourceWindow &window, int64_t pos, int64_t end, AVCodecID codec, int
     if (!hasPps || !picture)
         return false;
     const AccessUnitMatcher matcher(codec, lengthSize, 4 << 20);
-    const AccessUnitMatcher::Unit unit = matcher.Match(data, available);
+    const PictureMatcher::Unit unit = matcher.Match(data, available);
     if (unit.size == 0)
         return false;
     in.picture = QByteArray(reinterpret_cast<const char *>(data), int(unit.size));
@@ -291,9 +292,10 @@ QByteArray AnnexB(const QByteArray &lengthPrefixed, int lengthSize)
     return out;
 }
 
-// Hands the parameter sets and their picture to libavformat's mp4 muxer, which writes the avcC /
-// hvcC record, and reads the track back: its codec parameters, with the picture's size.
-TrackDescription FromInBand(const InBand &in)
+// Hands a decoder configuration (parameter sets in Annex B form, or MPEG-4 Part 2 headers) and one
+// picture to libavformat's mp4 muxer, which writes the sample entry (avcC, hvcC, esds), and reads the
+// track back: its codec parameters, with the picture's size.
+TrackDescription ThroughMuxer(AVCodecID codec, const QByteArray &config, const QByteArray &picture)
 {
     TrackDescription t;
     AVFormatContext *out = nullptr;
@@ -304,24 +306,20 @@ TrackDescription FromInBand(const InBand &in)
     }
     out->pb = io;
     AVStream *st = avformat_new_stream(out, nullptr);
-    QByteArray sets;
-    for (const QByteArray &s : in.sets)
-        sets += QByteArray::fromHex("00000001") + s;
     bool written = false;
     if (st) {
         st->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
-        st->codecpar->codec_id = in.codec;
+        st->codecpar->codec_id = codec;
         // The muxer asks for a size; reading the file back decodes the picture and gives the real one.
         st->codecpar->width = 16;
         st->codecpar->height = 16;
-        st->codecpar->extradata = static_cast<uint8_t *>(av_mallocz(size_t(sets.size()) + AV_INPUT_BUFFER_PADDING_SIZE));
+        st->codecpar->extradata = static_cast<uint8_t *>(av_mallocz(size_t(config.size()) + AV_INPUT_BUFFER_PADDING_SIZE));
         if (st->codecpar->extradata) {
-            std::memcpy(st->codecpar->extradata, sets.constData(), size_t(sets.size()));
-            st->codecpar->extradata_size = sets.size();
+            std::memcpy(st->codecpar->extradata, config.constData(), size_t(config.size()));
+            st->codecpar->extradata_size = config.size();
         }
         st->time_base = {1, 90000};
         if (avformat_write_header(out, nullptr) >= 0) {
-            const QByteArray picture = AnnexB(in.picture, in.lengthSize);
             AVPacket *packet = av_packet_alloc();
             if (packet && av_new_packet(packet, picture.size()) >= 0) {
                 std::memcpy(packet->data, picture.constData(), size_t(picture.size()));
@@ -343,13 +341,43 @@ TrackDescription FromInBand(const InBand &in)
     const MemoryInput back(file, "mov");
     if (back.Context() && back.Context()->nb_streams == 1)
         t = FromStream(back.Context()->streams[0]);
+    return t;
+}
+
+TrackDescription FromInBand(const InBand &in)
+{
+    QByteArray sets;
+    for (const QByteArray &s : in.sets)
+        sets += QByteArray::fromHex("00000001") + s;
+    TrackDescription t = ThroughMuxer(in.codec, sets, AnnexB(in.picture, in.lengthSize));
     // The muxer's length prefix is 4 bytes; the samples keep the file's own.
     if (t.params && t.nalLengthSize > 0 && t.nalLengthSize != in.lengthSize) {
-        uint8_t *x = t.params->extradata;
-        x[in.codec == AV_CODEC_ID_H264 ? 4 : 21] = uint8_t((x[in.codec == AV_CODEC_ID_H264 ? 4 : 21] & 0xfc) | (in.lengthSize - 1));
+        uint8_t &flags = t.params->extradata[in.codec == AV_CODEC_ID_H264 ? 4 : 21];
+        flags = uint8_t((flags & 0xfc) | (in.lengthSize - 1));
         t.nalLengthSize = in.lengthSize;
     }
     return t;
+}
+
+// MPEG-4 Part 2 headers repeated in the media data: a video object layer ahead of a VOP.
+bool FindVopHeaders(SourceWindow &window, int64_t begin, int64_t end, QByteArray *config, QByteArray *picture)
+{
+    end = std::min(end, begin + ScanBytes);
+    const VopMatcher matcher(1 << 20);
+    for (int64_t p = begin; p + 4 < end; ++p) {
+        int64_t available = 0;
+        const uint8_t *data = window.Bytes(p, std::min<int64_t>(1 << 20, end - p), &available);
+        if (data[0] != 0 || data[1] != 0 || data[2] != 1 || data[3] == 0xb6)
+            continue;
+        const int64_t headers = HeadersAt(data, available);
+        const PictureMatcher::Unit unit = headers > 0 ? matcher.Match(data, available) : PictureMatcher::Unit();
+        if (unit.size == 0 || !unit.key)
+            continue;
+        *config = QByteArray(reinterpret_cast<const char *>(data), int(headers));
+        *picture = QByteArray(reinterpret_cast<const char *>(data), int(unit.size));
+        return true;
+    }
+    return false;
 }
 
 // The frame rate the stream's timing information gives, read by FFmpeg's parser; {0, 1} if none.
@@ -439,9 +467,9 @@ bool FindMpegAudio(SourceWindow &window, const MediaLayout &layout, const Descri
     std::map<std::tuple<int, int, int, int>, int> seen;
     const int64_t begin = layout.regions.front().first;
     const int64_t end = std::min(layout.regions.front().second, begin + ScanBytes);
-    std::unique_ptr<AccessUnitMatcher> matcher;
+    std::unique_ptr<PictureMatcher> matcher;
     if (const TrackDescription *v = video.Video())
-        matcher = std::make_unique<AccessUnitMatcher>(v->Codec(), v->nalLengthSize, v->SampleLimit());
+        matcher = PictureMatcher::For(*v, v->SampleLimit());
     int hits = 0;
     for (int64_t p = begin; p + 4 <= end && hits < 64; ++p) {
         int64_t available = 0;
@@ -534,9 +562,20 @@ Description LearnFromDamagedFile(const QString &path)
             }
         }
     }
+    if (!d.Video()) {
+        QByteArray config;
+        if (FindVopHeaders(window, layout.regions.front().first, layout.regions.front().second, &config, &picture)) {
+            TrackDescription t = ThroughMuxer(AV_CODEC_ID_MPEG4, config, picture);
+            if (t.params)
+                d.tracks.push_back(t);
+            else
+                picture.clear();
+        }
+    }
     if (TrackDescription *v = const_cast<TrackDescription *>(d.Video()); v && v->sampleDuration <= 0) {
         AVRational rate = picture.isEmpty() ? AVRational{0, 1} : FrameRateOf(*v, picture);
-        if (rate.num <= 0) {
+        // A rate no camera records at is a time resolution, not a frame rate.
+        if (rate.num <= 0 || av_q2d(rate) > 240) {
             rate = {30000, 1001};
             d.assumptions << Tr("frame rate assumed 29.97");
         }

@@ -17,14 +17,10 @@ SampleWalker::SampleWalker(const Description &description, SourceWindow &window)
 {
     for (size_t i = 0; i < description.tracks.size(); ++i) {
         const TrackDescription &t = description.tracks[i];
-        if (t.IsVideo() && m_video < 0 && t.nalLengthSize > 0 &&
-            (t.Codec() == AV_CODEC_ID_H264 || t.Codec() == AV_CODEC_ID_HEVC)) {
-            m_video = int(i);
+        if (t.IsVideo() && m_video < 0) {
             m_largestPicture = std::min(t.SampleLimit(), window.Capacity());
-            const AVCodecParameters *p = t.params.get();
-            m_matcher = std::make_unique<AccessUnitMatcher>(
-                t.Codec(), t.nalLengthSize, m_largestPicture,
-                PpsIdsOf(t.Codec(), ParameterSetsOf(t.Codec(), p->extradata, p->extradata_size)));
+            if ((m_matcher = PictureMatcher::For(t, m_largestPicture)))
+                m_video = int(i);
         } else if (!t.IsVideo() && m_audio < 0) {
             if (auto framer = AudioFramer::For(t)) {
                 m_audio = int(i);
@@ -37,7 +33,7 @@ SampleWalker::SampleWalker(const Description &description, SourceWindow &window)
 
 SampleWalker::~SampleWalker() = default;
 
-AccessUnitMatcher::Unit SampleWalker::PictureAt(int64_t pos, int64_t end)
+PictureMatcher::Unit SampleWalker::PictureAt(int64_t pos, int64_t end)
 {
     if (!m_matcher)
         return {};
@@ -45,10 +41,41 @@ AccessUnitMatcher::Unit SampleWalker::PictureAt(int64_t pos, int64_t end)
     const uint8_t *data = m_window.Bytes(pos, std::min(m_largestPicture, end - pos), &available);
     if (!m_matcher->MayStart(data, available))
         return {};
-    const AccessUnitMatcher::Unit unit = m_matcher->Match(data, available);
+    PictureMatcher::Unit unit = m_matcher->Match(data, available);
+    if (unit.size > 0 && m_matcher->RunsToNextStartCode()) {
+        // No start code within the largest picture: not a picture, unless the data ends there.
+        if (unit.size == available && pos + available < end)
+            return {};
+        unit.size = PictureEnd(pos, unit.size, end);
+    }
     if (unit.size == 0 || !SampleFollows(pos + unit.size, end))
         return {};
     return unit;
+}
+
+int64_t SampleWalker::PictureEnd(int64_t pos, int64_t size, int64_t end)
+{
+    if (!m_framer)
+        return size;
+    for (int64_t q = pos + 5; q < pos + size; ++q) {
+        int64_t available = 0;
+        const uint8_t *data = m_window.Bytes(q, std::min(end - q, AudioStretch), &available);
+        if (!m_framer->MayResume(data, int(available)) || !m_framer->StartsFrame(data, int(available)))
+            continue;
+        // Sound starts here when its frames run on to where a picture may start, or to the end.
+        // (A start code may turn up inside the sound: the picture's own end says nothing.)
+        int rest = 0;
+        const std::vector<int> frames = m_framer->Split(data, int(available), &rest);
+        if (frames.empty())
+            continue;
+        const int64_t after = q + int64_t(available) - rest;
+        if (after >= end || (rest < m_largestAudio && q + available == end))
+            return q - pos;
+        const uint8_t *next = m_window.Bytes(after, 8, &available);
+        if (m_matcher->MayStart(next, available))
+            return q - pos;
+    }
+    return size;
 }
 
 bool SampleWalker::SampleFollows(int64_t pos, int64_t end)
@@ -127,7 +154,7 @@ WalkStats SampleWalker::Walk(int64_t begin, int64_t end, const Sink &sink, const
             progress(pos);
             reported = pos;
         }
-        if (const AccessUnitMatcher::Unit unit = PictureAt(pos, end); unit.size > 0) {
+        if (const PictureMatcher::Unit unit = PictureAt(pos, end); unit.size > 0) {
             if (!emit(m_video, pos, unit.size, unit.key))
                 break;
             pos += unit.size;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rebuild/AccessUnits.h"
+#include "rebuild/PictureMatcher.h"
 #include "rebuild/AudioFramer.h"
 
 #include <atomic>
@@ -48,7 +48,7 @@ public:
 
 private:
     // The picture at pos when one starts there and is followed by something plausible; size 0 if not.
-    AccessUnitMatcher::Unit PictureAt(int64_t pos, int64_t end);
+    PictureMatcher::Unit PictureAt(int64_t pos, int64_t end);
     // Whether a sample of some track starts at pos (or the data ends there). Cheap for pictures;
     // for audio, one decode.
     bool SampleFollows(int64_t pos, int64_t end);
@@ -57,11 +57,14 @@ private:
     // The first position in [from, end) where a sample of some track starts, or end.
     int64_t Resync(int64_t from, int64_t end);
     bool AudioStartsAt(int64_t pos, int64_t end, bool confirm);
+    // For pictures that run to the next start code: where sound begins inside the `size` bytes of
+    // the picture at pos (frames that fill the rest exactly), or `size`.
+    int64_t PictureEnd(int64_t pos, int64_t size, int64_t end);
 
     SourceWindow &m_window;
     int m_video = -1;
     int m_audio = -1;
-    std::unique_ptr<AccessUnitMatcher> m_matcher;
+    std::unique_ptr<PictureMatcher> m_matcher;
     std::unique_ptr<AudioFramer> m_framer;
     int64_t m_largestPicture = 0;
     int m_largestAudio = 0;

@@ -83,8 +83,8 @@ QByteArray Description::Key() const
 
 bool CanWalk(AVCodecID codec)
 {
-    return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_AAC ||
-           codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_MP2;
+    return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_MPEG4 ||
+           codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_MP2;
 }
 
 int NalLengthSizeOf(AVCodecID codec, const uint8_t *extradata, int size)
@@ -177,8 +177,9 @@ Description LearnFromReference(const QString &path, QString *why)
             continue;
         if (t.IsVideo()) {
             t.nalLengthSize = NalLengthSizeOf(par->codec_id, par->extradata, par->extradata_size);
-            if (t.nalLengthSize == 0)
-                continue; // parameter sets in the samples themselves are learned from the damaged file
+            // Parameter sets in the samples themselves are learned from the damaged file.
+            if (t.nalLengthSize == 0 && par->codec_id != AV_CODEC_ID_MPEG4)
+                continue;
         } else if (par->sample_rate <= 0 || par->ch_layout.nb_channels <= 0) {
             continue;
         }
