@@ -116,6 +116,20 @@ MediaLayout FindMediaData(const ByteSource &source)
                                                                        : box.offset + box.header;
     }
 
+    // Stretches no box accounts for.
+    std::vector<std::pair<int64_t, int64_t>> used, unaccounted;
+    for (const FoundBox &b : layout.boxes)
+        used.emplace_back(b.offset, b.End(fileSize));
+    std::sort(used.begin(), used.end());
+    int64_t at = 0;
+    for (const auto &[begin, end] : used) {
+        if (begin > at)
+            unaccounted.emplace_back(at, begin);
+        at = std::max(at, end);
+    }
+    if (fileSize > at)
+        unaccounted.emplace_back(at, fileSize);
+
     for (const FoundBox &b : layout.boxes) {
         if (b.type != FourCC("mdat"))
             continue;
@@ -129,26 +143,15 @@ MediaLayout FindMediaData(const ByteSource &source)
             layout.mdatFound = true;
         }
     }
-    if (layout.mdatFound)
-        return layout;
-    // No media-data header survived: the largest stretch that no other box accounts for.
-    std::vector<std::pair<int64_t, int64_t>> used;
-    for (const FoundBox &b : layout.boxes)
-        used.emplace_back(b.offset, b.End(fileSize));
-    std::sort(used.begin(), used.end());
-    int64_t at = 0;
-    auto consider = [&](int64_t begin, int64_t end) {
-        if (end - begin > layout.mediaEnd - layout.mediaBegin) {
+    for (const auto &[begin, end] : unaccounted) {
+        // A few stray bytes are no media data worth a walk.
+        if (end - begin >= 256)
+            layout.regions.emplace_back(begin, end);
+        if (!layout.mdatFound && end - begin > layout.mediaEnd - layout.mediaBegin) {
             layout.mediaBegin = begin;
             layout.mediaEnd = end;
         }
-    };
-    for (const auto &[begin, end] : used) {
-        consider(at, begin);
-        at = std::max(at, end);
     }
-    consider(at, fileSize);
-    if (layout.HasMedia())
-        layout.regions.emplace_back(layout.mediaBegin, layout.mediaEnd);
+    std::sort(layout.regions.begin(), layout.regions.end());
     return layout;
 }

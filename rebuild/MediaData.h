@@ -24,9 +24,10 @@ struct MediaLayout
 {
     std::vector<FoundBox> boxes; // in file order
     // The media data, in file order: the payload of every "mdat" (a fragmented file has one per
-    // fragment), clipped to the file; without any "mdat", the largest stretch no box accounts for.
+    // fragment), clipped to the file, and every stretch no box accounts for (media data whose
+    // header was lost, as after lost first sectors).
     std::vector<std::pair<int64_t, int64_t>> regions;
-    // The largest of them.
+    // The largest "mdat" payload; without any, the largest stretch no box accounts for.
     int64_t mediaBegin = 0;
     int64_t mediaEnd = 0;
     bool mdatFound = false;

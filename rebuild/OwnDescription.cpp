@@ -3,6 +3,7 @@
 #include "rebuild/AccessUnits.h"
 #include "rebuild/AudioFramer.h"
 #include "rebuild/Bits.h"
+#include "rebuild/BoxTree.h"
 #include "rebuild/ByteSource.h"
 #include "rebuild/MediaData.h"
 #include "rebuild/MemoryFile.h"
@@ -33,36 +34,6 @@ QString Tr(const char *text)
 
 // ---- Sample descriptions that survive in a damaged "moov" ----
 
-struct Child
-{
-    int begin; // the box's header
-    int end;
-    uint32_t type;
-};
-
-// The boxes in [begin, end) of `bytes`, as far as their sizes hold.
-std::vector<Child> Children(const QByteArray &bytes, int begin, int end)
-{
-    std::vector<Child> children;
-    const auto *p = reinterpret_cast<const uint8_t *>(bytes.constData());
-    for (int at = begin; at + 8 <= end;) {
-        const uint32_t size = ReadU32(p + at);
-        if (size < 8 || size > uint32_t(end - at))
-            break;
-        children.push_back({at, at + int(size), ReadU32(p + at + 4)});
-        at += int(size);
-    }
-    return children;
-}
-
-const Child *Find(const std::vector<Child> &children, uint32_t type)
-{
-    for (const Child &c : children)
-        if (c.type == type)
-            return &c;
-    return nullptr;
-}
-
 struct SurvivingTrack
 {
     QByteArray mdhd, hdlr, stsd;
@@ -73,25 +44,20 @@ struct SurvivingTrack
 std::vector<SurvivingTrack> TracksOf(const QByteArray &moov)
 {
     std::vector<SurvivingTrack> tracks;
-    auto bytes = [&](const Child *c) { return c ? moov.mid(c->begin, c->end - c->begin) : QByteArray(); };
-    for (const Child &trak : Children(moov, 8, moov.size())) {
-        if (trak.type != FourCC("trak"))
+    auto bytes = [&](const ChildBox *c) { return c ? moov.mid(c->begin, c->end - c->begin) : QByteArray(); };
+    for (const ChildBox &trak : ChildrenOf(moov, 8, moov.size())) {
+        std::vector<ChildBox> inMdia, inStbl;
+        if (trak.type != FourCC("trak") || !Descend(moov, trak, {FourCC("mdia"), FourCC("mdhd")}, &inMdia))
             continue;
-        const Child *mdia = Find(Children(moov, trak.begin + 8, trak.end), FourCC("mdia"));
-        if (!mdia)
-            continue;
-        const std::vector<Child> inMdia = Children(moov, mdia->begin + 8, mdia->end);
-        const Child *minf = Find(inMdia, FourCC("minf"));
-        const Child *stbl = minf ? Find(Children(moov, minf->begin + 8, minf->end), FourCC("stbl")) : nullptr;
-        const std::vector<Child> inStbl = stbl ? Children(moov, stbl->begin + 8, stbl->end) : std::vector<Child>();
+        Descend(moov, trak, {FourCC("mdia"), FourCC("minf"), FourCC("stbl"), FourCC("stsd")}, &inStbl);
         SurvivingTrack t;
-        t.mdhd = bytes(Find(inMdia, FourCC("mdhd")));
-        t.hdlr = bytes(Find(inMdia, FourCC("hdlr")));
-        t.stsd = bytes(Find(inStbl, FourCC("stsd")));
+        t.mdhd = bytes(FindChild(inMdia, FourCC("mdhd")));
+        t.hdlr = bytes(FindChild(inMdia, FourCC("hdlr")));
+        t.stsd = bytes(FindChild(inStbl, FourCC("stsd")));
         if (t.mdhd.isEmpty() || t.hdlr.size() < 20 || t.stsd.size() < 16)
             continue;
         t.handler = ReadU32(reinterpret_cast<const uint8_t *>(t.hdlr.constData()) + 16);
-        const QByteArray stts = bytes(Find(inStbl, FourCC("stts")));
+        const QByteArray stts = bytes(FindChild(inStbl, FourCC("stts")));
         if (stts.size() >= 24 && ReadU32(reinterpret_cast<const uint8_t *>(stts.constData()) + 12) > 0)
             t.firstDelta = ReadU32(reinterpret_cast<const uint8_t *>(stts.constData()) + 20);
         tracks.push_back(t);
@@ -543,6 +509,13 @@ Description LearnFromDamagedFile(const QString &path)
                 continue;
             TrackDescription t = FromStream(st);
             t.sampleDuration = tracks[i].firstDelta;
+            // No sample survived to give a length (a fragmented file's "moov" has none): an audio
+            // frame's is its codec's frame size.
+            const int frameSize = t.params ? (t.params->frame_size > 0 ? t.params->frame_size
+                                                                         : (t.Codec() == AV_CODEC_ID_AAC ? 1024 : 0))
+                                           : 0;
+            if (t.sampleDuration <= 0 && type == AVMEDIA_TYPE_AUDIO && frameSize > 0 && t.params->sample_rate > 0)
+                t.sampleDuration = av_rescale_q(frameSize, AVRational{1, t.params->sample_rate}, t.timeBase);
             if (t.params && (type == AVMEDIA_TYPE_AUDIO || t.nalLengthSize > 0)) {
                 d.tracks.push_back(t);
                 ++surviving;

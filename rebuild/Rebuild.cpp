@@ -15,6 +15,25 @@ namespace {
 // The walk's window: the largest picture it accepts fits in it several times over.
 constexpr int64_t WindowSize = 64 << 20;
 
+// The bytes of media data the file's index accounts for: the samples of libavformat's index, or,
+// for a fragmented file (whose index grows as it is read), of every packet its demuxer reads.
+int64_t IndexedBytes(AVFormatContext *fmt, bool fragmented, const std::atomic<bool> *stop)
+{
+    int64_t bytes = 0;
+    if (!fragmented) {
+        for (unsigned i = 0; i < fmt->nb_streams; ++i)
+            for (int k = 0, n = avformat_index_get_entries_count(fmt->streams[i]); k < n; ++k)
+                bytes += avformat_index_get_entry(fmt->streams[i], k)->size;
+        return bytes;
+    }
+    PacketPtr packet(av_packet_alloc());
+    while (packet && !(stop && *stop) && av_read_frame(fmt, packet.get()) >= 0) {
+        bytes += packet->size;
+        av_packet_unref(packet.get());
+    }
+    return bytes;
+}
+
 // Whether some sample of the file, by its index, lies beyond the file's end.
 bool IndexPointsPastEnd(AVFormatContext *fmt, int64_t fileSize)
 {
@@ -85,9 +104,13 @@ RebuildResult RebuildIndex(const QString &damaged, const QString &output, const 
 bool NeedsRebuild(const QString &path, const std::atomic<bool> *stop)
 {
     const QByteArray name = QFile::encodeName(path);
+    MediaLayout layout;
     {
         FileSource source(name);
-        if (!source.IsOpen() || !FindMediaData(source).HasMedia())
+        if (!source.IsOpen())
+            return false;
+        layout = FindMediaData(source);
+        if (!layout.HasMedia())
             return false;
     }
     AVFormatContext *fmt = nullptr;
@@ -95,6 +118,10 @@ bool NeedsRebuild(const QString &path, const std::atomic<bool> *stop)
         return true;
     FormatPtr owner(fmt);
     if (avformat_find_stream_info(fmt, nullptr) < 0 || IndexPointsPastEnd(fmt, QFileInfo(path).size()))
+        return true;
+    // An index that accounts for far less than the media data lost the rest (damaged tables, a
+    // damaged fragment header).
+    if (IndexedBytes(fmt, layout.Find(FourCC("moof")) != nullptr, stop) < layout.MediaBytes() * 9 / 10)
         return true;
     owner.reset();
     return !MeasureFirstPlay(path, stop).Plays();

@@ -1,11 +1,13 @@
-// The stage between the structural pass and the re-encoding pass: a working copy whose index was
-// lost or broken (it does not open, or plays nothing, or its index points past its end) is rebuilt
-// from its media data. Every description at hand is tried: what survives of the file's own (its
+// The stage between the structural pass and the re-encoding pass. A working copy whose first bytes
+// were lost gets its leading box headers back where its surviving index says they stood. A working
+// copy whose index was lost or broken (it does not open, or plays nothing, or its index points past
+// its end or accounts for far less than its media data) is rebuilt from its media data. Every description at hand is tried: what survives of the file's own (its
 // sample descriptions, parameter sets in its media data), the recordings the user chose as
 // references, then the other files of the run that open cleanly (a camera's clips share one
 // description). The rebuild that plays the most takes the working copy's place, but only when it
 // plays more than the working copy does.
 
+#include "rebuild/LostStart.h"
 #include "rebuild/OwnDescription.h"
 #include "rebuild/Rebuild.h"
 #include "repair/Playback.h"
@@ -54,6 +56,8 @@ void ThreadVideoRepair::RebuildLostIndexes(const QStringList &files)
     for (const QString &path : files) {
         if (bStopFlag)
             return;
+        if (QFileInfo::exists(path) && RestoreLostStart(path))
+            m_rewrittenCopies.insert(path);
         if (QFileInfo::exists(path) && NeedsRebuild(path, &bStopFlag))
             needing << path;
     }

@@ -43,7 +43,13 @@ QList<Recorder> Recorders()
     return {{"camera.mp4", camera}, {"phone.mov", phone}, {"hevc.mov", hevc}, {"sound.m4a", sound}};
 }
 
-enum class Harm { Cut30, Cut60, Cut95, MoovType, StszSize, StscSize, StcoSize, FtypLost };
+enum class Harm {
+    Cut30, Cut60, Cut95, MoovType, StszSize, StscSize, StcoSize, FtypLost,
+    FirstSectors, // the first 4 KiB zeroed
+    MiddleGap,    // 64 KiB zeroed in the middle of the media data, and the index cut off
+    MoofType,     // the type code of the third fragment's header damaged
+    MoovLost,     // the whole "moov" zeroed
+};
 
 // The offset of the first box of `type` at or after `from`, found by its type code; -1 if none.
 qint64 BoxAt(const QByteArray &data, const char *type, qint64 from = 0)
@@ -82,6 +88,28 @@ Recoverable::Ranges Damage(QByteArray &data, Harm harm, QPair<qint64, qint64> me
         const qint64 ftypSize = Bytes::WordAt(data, 0);
         data.replace(0, int(ftypSize), QByteArray(int(ftypSize), '\0'));
         return {{ftypSize, size}};
+    }
+    case Harm::FirstSectors:
+        data.replace(0, 4096, QByteArray(4096, '\0'));
+        return {{4096, size}};
+    case Harm::MiddleGap: {
+        const qint64 gap = (media.first + media.second) / 2;
+        data.truncate(int(media.second));
+        data.replace(int(gap), 65536, QByteArray(65536, '\0'));
+        return {{0, gap}, {gap + 65536, media.second}};
+    }
+    case Harm::MoofType: {
+        qint64 moof = -1;
+        for (int n = 0; n < 3; ++n)
+            moof = BoxAt(data, "moof", moof + 5);
+        memcpy(data.data() + moof + 4, "\xde\xad\x00\x01", 4);
+        return {{0, size}};
+    }
+    case Harm::MoovLost: {
+        const qint64 moov = BoxAt(data, "moov");
+        const qint64 moovSize = Bytes::WordAt(data, int(moov));
+        data.replace(int(moov), int(moovSize), QByteArray(int(moovSize), '\0'));
+        return {{0, size}};
     }
     }
     return {};
@@ -231,6 +259,56 @@ private slots:
         QVERIFY(Fixtures::Make(original, clip));
         Check(original, harm, {}, 0.90, says);
     }
+    // Lost sectors, gaps and broken fragments, and MPEG-4 Part 2 video; a reference where the file
+    // keeps no description of its own.
+    void lostAndBroken_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<Fixtures::Clip>("clip");
+        QTest::addColumn<Harm>("harm");
+        QTest::addColumn<bool>("reference");
+        Fixtures::Clip mpeg4;
+        mpeg4.seconds = 4;
+        mpeg4.videoCodec = "mpeg4";
+        mpeg4.audioCodec = "libmp3lame";
+        mpeg4.extra = QStringList{"-g", "25", "-q:v", "4"};
+        Fixtures::Clip inBand = mpeg4;
+        inBand.extra += QStringList{"-bsf:v", "dump_extra=freq=keyframe"};
+        Fixtures::Clip camera;
+        camera.seconds = 4;
+        camera.extra = QStringList{"-g", "25", "-b:v", "1500k"};
+        Fixtures::Clip faststart = camera, fragmented = camera;
+        faststart.extra += QStringList{"-movflags", "+faststart"};
+        fragmented.extra += QStringList{"-movflags", "frag_keyframe+empty_moov"};
+        QTest::newRow("MPEG-4 Part 2 + MP3, cut") << "vop.mov" << mpeg4 << Harm::Cut60 << true;
+        QTest::newRow("MPEG-4 Part 2 + MP3, cut, no reference") << "vop.mov" << inBand << Harm::Cut60 << false;
+        QTest::newRow("first 4 KiB, index at the end") << "lost.mp4" << camera << Harm::FirstSectors << false;
+        QTest::newRow("first 4 KiB, faststart") << "lost.mp4" << faststart << Harm::FirstSectors << true;
+        QTest::newRow("first 4 KiB, fragmented") << "lost.mp4" << fragmented << Harm::FirstSectors << true;
+        QTest::newRow("first 4 KiB, .mov") << "lost.mov" << camera << Harm::FirstSectors << false;
+        QTest::newRow("64 KiB gap, no index") << "gap.mp4" << camera << Harm::MiddleGap << true;
+        QTest::newRow("fragment header damaged") << "frag.mp4" << fragmented << Harm::MoofType << false;
+        QTest::newRow("fragmented, moov lost") << "frag.mp4" << fragmented << Harm::MoovLost << true;
+    }
+
+    void lostAndBroken()
+    {
+        QFETCH(QString, name);
+        QFETCH(Fixtures::Clip, clip);
+        QFETCH(Harm, harm);
+        QFETCH(bool, reference);
+        const QString original = m_dir.filePath("lost-" + name), other = m_dir.filePath("other-" + name);
+        QVERIFY(Fixtures::Make(original, clip));
+        QStringList args;
+        if (reference) {
+            clip.pattern = "testsrc2";
+            clip.seconds = 2;
+            QVERIFY(Fixtures::Make(other, clip));
+            args << "--reference" << other;
+        }
+        Check(original, harm, args, 0.90, {});
+    }
+
     // The rebuilt index shows the pictures in their order (B-frames included) at their times.
     void pictureTimes_data()
     {
