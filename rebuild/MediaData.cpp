@@ -145,8 +145,9 @@ MediaLayout FindMediaData(const ByteSource &source)
     }
     for (const auto &[begin, end] : unaccounted) {
         // A few stray bytes are no media data worth a walk.
-        if (end - begin >= 256)
-            layout.regions.emplace_back(begin, end);
+        if (end - begin < 256)
+            continue;
+        layout.regions.emplace_back(begin, end);
         if (!layout.mdatFound && end - begin > layout.mediaEnd - layout.mediaBegin) {
             layout.mediaBegin = begin;
             layout.mediaEnd = end;

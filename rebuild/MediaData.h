@@ -32,7 +32,7 @@ struct MediaLayout
     int64_t mediaEnd = 0;
     bool mdatFound = false;
 
-    bool HasMedia() const { return mediaEnd > mediaBegin; }
+    bool HasMedia() const { return !regions.empty(); }
     int64_t MediaBytes() const;
     const FoundBox *Find(uint32_t type) const;
 };

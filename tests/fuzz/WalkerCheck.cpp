@@ -61,13 +61,16 @@ QString CheckSampleWalker(const QByteArray &input)
     if (input.isEmpty())
         return {};
     const uint8_t pick = uint8_t(input[0]);
-    const AVCodecID video = (pick & 1) ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
+    const AVCodecID video = (pick & 0x20) ? AV_CODEC_ID_MPEG4 : (pick & 1) ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
     const int lengths[] = {4, 2, 1, 4};
     const int lengthSize = lengths[(pick >> 1) & 3];
     Description d;
     if ((pick & 0x18) != 0x18)
-        d.tracks.push_back(Track(AVMEDIA_TYPE_VIDEO, video, Record(video, lengthSize)));
-    if (pick & 0x10)
+        d.tracks.push_back(Track(AVMEDIA_TYPE_VIDEO, video,
+                                 video == AV_CODEC_ID_MPEG4 ? QByteArray() : Record(video, lengthSize)));
+    if ((pick & 0x10) && (pick & 0x40))
+        d.tracks.push_back(Track(AVMEDIA_TYPE_AUDIO, AV_CODEC_ID_MP3, QByteArray()));
+    else if (pick & 0x10)
         d.tracks.push_back(Track(AVMEDIA_TYPE_AUDIO, AV_CODEC_ID_AAC, QByteArray::fromHex("1210")));
 
     const QByteArray media = input.mid(1);

@@ -67,14 +67,17 @@ def media_data(path):
 
 
 def walker_files():
-    # pick byte: bit 0 HEVC, bits 1-2 length size (0: 4 bytes), bit 4 sound, bits 3+4 sound alone
-    recordings = [("h264.mp4", ["-c:v", "libx264"], 0x10), ("hevc.mp4", ["-c:v", "libx265", "-x265-params",
-                  "log-level=error"], 0x11), ("aac.m4a", ["-vn"], 0x18)]
+    # pick byte: bit 0 HEVC, bits 1-2 length size (0: 4 bytes), bit 4 sound, bits 3+4 sound alone,
+    # bit 5 MPEG-4 Part 2 pictures, bit 6 MP3 sound
+    recordings = [("h264.mp4", ["-c:v", "libx264", "-c:a", "aac"], 0x10),
+                  ("hevc.mp4", ["-c:v", "libx265", "-x265-params", "log-level=error", "-c:a", "aac"], 0x11),
+                  ("aac.m4a", ["-vn", "-c:a", "aac"], 0x18),
+                  ("vop.mov", ["-c:v", "mpeg4", "-c:a", "libmp3lame"], 0x70)]
     with tempfile.TemporaryDirectory() as tmp:
         for name, args, pick in recordings:
             path = os.path.join(tmp, name)
             subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=10:duration=2",
-                            "-f", "lavfi", "-i", "sine=duration=2", "-c:a", "aac"] + args + [path], check=True)
+                            "-f", "lavfi", "-i", "sine=duration=2"] + args + [path], check=True)
             media = media_data(path)
             for start in (0, len(media) // 3):
                 yield "walk_%s_%d" % (name.replace(".", "_"), start), bytes([pick]) + media[start:start + 8192]
