@@ -79,6 +79,7 @@ RebuildResult RebuildIndex(const QString &damaged, const QString &output, const 
     SourceWindow window(source, WindowSize);
     SampleWalker walker(description, window);
     const int64_t total = layout.MediaBytes();
+    result.mediaBytes = total;
     int64_t before = 0; // media bytes of the regions already walked
     for (const auto &[begin, end] : layout.regions) {
         const WalkStats stats = walker.Walk(

@@ -21,6 +21,7 @@ struct RebuildResult
     double seconds = 0;        // the length of the longest track recovered
     int64_t skippedBytes = 0;  // media data that fitted no track
     int skips = 0;
+    int64_t mediaBytes = 0;    // media data walked
 
     bool Recovered() const { return written && (videoSamples > 0 || audioSamples > 0); }
 };

@@ -97,7 +97,10 @@ void ThreadVideoRepair::RebuildLostIndexes(const QStringList &files)
             const RebuildResult r = RebuildIndex(path, attempt, *d, &bStopFlag, [this](int64_t done, int64_t) {
                 Q_EMIT ProgressValue(static_cast<unsigned long>(done));
             });
-            const Playback plays = r.Recovered() ? MeasurePlayback(attempt, &bStopFlag) : Playback();
+            // Sound alone from media data that is mostly something else (pictures no description at
+            // hand fits) would call a video file repaired without its pictures.
+            const bool soundOfVideo = !d->Video() && r.skippedBytes > r.mediaBytes / 5;
+            const Playback plays = r.Recovered() && !soundOfVideo ? MeasurePlayback(attempt, &bStopFlag) : Playback();
             if (bStopFlag)
                 break;
             fprintf(stderr, "%s rebuilt with %s: %lld pictures, %lld sound frames, %lld bytes skipped; plays %lld "
