@@ -48,6 +48,16 @@ std::vector<const Description *> DescriptionsFor(const QString &file, const Desc
     return list;
 }
 
+// Rebuilds are ranked by the pictures that decode cleanly first: a description that does not fit
+// the pictures (another size, other settings) still yields as many, every one concealed.
+bool RebuildsBetter(const Playback &a, const Playback &b)
+{
+    const qint64 cleanA = a.videoFrames - a.damagedFrames, cleanB = b.videoFrames - b.damagedFrames;
+    if (cleanA != cleanB)
+        return cleanA > cleanB;
+    return PlaysMore(a, b);
+}
+
 } // namespace
 
 void ThreadVideoRepair::RebuildLostIndexes(const QStringList &files)
@@ -104,11 +114,11 @@ void ThreadVideoRepair::RebuildLostIndexes(const QStringList &files)
             if (bStopFlag)
                 break;
             fprintf(stderr, "%s rebuilt with %s: %lld pictures, %lld sound frames, %lld bytes skipped; plays %lld "
-                            "pictures and %.2f s of sound\n",
+                            "pictures (%lld damaged) and %.2f s of sound\n",
                     QFile::encodeName(path).constData(), qPrintable(d->origin), (long long)r.videoSamples,
                     (long long)r.audioSamples, (long long)r.skippedBytes, (long long)plays.videoFrames,
-                    plays.audioSeconds);
-            if (plays.Plays() && (!best || PlaysMore(plays, bestPlays))) {
+                    (long long)plays.damagedFrames, plays.audioSeconds);
+            if (plays.Plays() && (!best || RebuildsBetter(plays, bestPlays))) {
                 QFile::remove(kept);
                 QFile::rename(attempt, kept);
                 best = d;
