@@ -71,15 +71,18 @@ bool ParseArguments(const QStringList &args, Options *options, QString *error)
         const int eq = arg.startsWith("--") ? arg.indexOf('=') : -1;
         const QString name = eq < 0 ? arg : arg.left(eq);
         // The value after '=' or in the next argument.
+        // A missing value is an error even where the option has a default to fall back on.
         auto takeValue = [&](QString *value, const char *what) {
+            QString given;
             if (eq >= 0)
-                *value = arg.mid(eq + 1);
+                given = arg.mid(eq + 1);
             else if (i + 1 < args.size())
-                *value = args.at(++i);
-            if (value->isEmpty()) {
+                given = args.at(++i);
+            if (given.isEmpty()) {
                 *error = QString("option %1 needs a %2").arg(name, what);
                 return false;
             }
+            *value = given;
             return true;
         };
         if (bool *flag = FlagTarget(name, &o)) {
