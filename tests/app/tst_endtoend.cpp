@@ -1,8 +1,9 @@
 // The whole road, driven through the pages as a user would: the main window, the repair page with
-// three files (one with 16-bit PCM audio), a repair run, the save page with its results, saving, and
-// the log report saved as a PDF. With CORVANE_SCREENSHOTS set to a folder, the pages are pictured
-// on the way.
+// four files (one with 16-bit PCM audio, one cut off before its index) and a reference recording, a
+// repair run, the save page with its results, saving, and the log report saved as a PDF. With
+// CORVANE_SCREENSHOTS set to a folder, the pages are pictured on the way.
 
+#include "Bytes.h"
 #include "Fixtures.h"
 #include "ModalAnswerer.h"
 #include "app/AppGlobals.h"
@@ -75,6 +76,10 @@ private Q_SLOTS:
         QVERIFY(Fixtures::Make(in + "/Beach Day.mp4", clip));
         QVERIFY(Fixtures::Make(in + "/Birthday.mov", clip));
         QVERIFY(Fixtures::Make(in + "/Interview.mov", pcm));
+        // A recording cut off before its index at the end, and another from the same camera.
+        QVERIFY(Fixtures::Make(dir.filePath("Reference.mp4"), clip));
+        const QByteArray whole = Bytes::ReadFile(in + "/Beach Day.mp4");
+        QVERIFY(Bytes::WriteFile(in + "/Power Cut.mp4", whole.left(whole.size() * 6 / 10)));
 
         MainWindow main;
         main.OnInitialize();
@@ -89,15 +94,19 @@ private Q_SLOTS:
         QVERIFY(main.isHidden());
 
         ChooseVideoFiles = [&](QWidget *) {
-            return QStringList{in + "/Beach Day.mp4", in + "/Birthday.mov", in + "/Interview.mov"};
+            return QStringList{in + "/Beach Day.mp4", in + "/Birthday.mov", in + "/Power Cut.mp4",
+                               in + "/Interview.mov"};
         };
         Button(repair, "AddButton")->click();
-        QCOMPARE(repair->Tree()->topLevelItem(0)->childCount(), 3);
+        QCOMPARE(repair->Tree()->topLevelItem(0)->childCount(), 4);
+        ChooseReferenceFile = [&](QWidget *, const QString &) { return dir.filePath("Reference.mp4"); };
+        Button(repair, "ReferenceButton")->click();
+        Picture(repair, "repair-page-reference");
 
         // Picture the page once the re-encoding pass is under way.
         int repairing = 0;
         connect(repair->Worker(), &ThreadVideoRepair::Info, repair, [&](const QString &text) {
-            if (text.startsWith("Repairing") && ++repairing == 4)
+            if (text.startsWith("Repairing") && ++repairing == 5)
                 Picture(repair, "repair-page-running");
         });
         Button(repair, "RepairButton")->click();
@@ -110,6 +119,7 @@ private Q_SLOTS:
             status[(*it)->text(0)] = (*it)->text(7);
         QCOMPARE(status.value("Beach Day.mp4"), QString("Successfully Repaired"));
         QCOMPARE(status.value("Birthday.mov"), QString("Successfully Repaired"));
+        QCOMPARE(status.value("Power Cut.mp4"), QString("Successfully Repaired"));
         QCOMPARE(status.value("Interview.mov"), QString("Repair Failed"));
         save->resize(820, 600);
         Picture(save, "save-page-flow");
@@ -134,7 +144,7 @@ private Q_SLOTS:
         const QString saved = dest + "/Repaired-Video-Files";
         QCOMPARE(QDir(saved).absolutePath(), QDir(savedFolder).absolutePath());
         QStringList files = QDir(saved).entryList(QDir::Files, QDir::Name);
-        QCOMPARE(files, (QStringList{"Beach Day.mp4", "Birthday.mov"}));
+        QCOMPARE(files, (QStringList{"Beach Day.mp4", "Birthday.mov", "Power Cut.mp4"}));
         for (const QString &f : files)
             QVERIFY2(Fixtures::DecodeErrors(saved + "/" + f).isEmpty(), qPrintable(f));
 
@@ -158,10 +168,14 @@ private Q_SLOTS:
         QVERIFY(words.contains("Video File Name : Interview.mov"));
         QVERIFY(words.contains("Video File Name : Beach Day.mp4"));
         QVERIFY(words.contains("Failed due to unsupported Audio or Video codecs."));
+        const QRegularExpression rebuilt(
+            "Video File Name : Power Cut.mp4\\s+File Status:\\s+Successfully Repaired.\\s+"
+            "Index rebuilt from Reference.mp4; [1-9][0-9]*\\.[0-9] s recovered.\\s+Date");
+        QVERIFY2(words.contains(rebuilt), qPrintable(words));
         report->close();
 
         // The sources were only read.
-        QCOMPARE(QDir(in).entryList(QDir::Files).size(), 3);
+        QCOMPARE(QDir(in).entryList(QDir::Files).size(), 4);
     }
 };
 
