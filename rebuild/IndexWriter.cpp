@@ -107,8 +107,9 @@ bool IndexWriter::Open(const QByteArray &path, const char *format)
             m_parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
         }
     }
-    // The file is written at disk speed: large writes.
-    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, 1 << 20))
+    // At disk speed: the samples go from the mapped damaged file to the output with no copy between;
+    // the muxer's own small writes are gathered.
+    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, 1 << 20, true))
         return false;
     return avformat_write_header(m_out, nullptr) >= 0;
 }

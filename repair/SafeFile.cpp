@@ -68,7 +68,7 @@ int64_t SeekOutput(void *opaque, int64_t offset, int whence)
 
 } // namespace
 
-bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize)
+bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize, bool direct)
 {
     const int fd = CreateFreshDescriptor(path);
     if (fd < 0)
@@ -82,8 +82,11 @@ bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize
         close(fd);
         return false;
     }
+    pb->direct = direct;
     ctx->pb = pb;
     ctx->flags |= AVFMT_FLAG_CUSTOM_IO;
+    // Left to decide, the muxer flushes a custom output after every packet: a write per packet.
+    ctx->flush_packets = 0;
     return true;
 }
 

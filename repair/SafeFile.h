@@ -20,7 +20,9 @@ int CreateFreshDescriptor(const QByteArray &path);
 struct AVFormatContext;
 
 // Gives a muxer an output written through a descriptor made by CreateFreshDescriptor rather than
-// one the muxer opens by name, in writes of `bufferSize` bytes. False when the file cannot be made.
-bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize = 1 << 16);
+// one the muxer opens by name, in writes of `bufferSize` bytes. With `direct`, a packet's payload is
+// written as it comes instead of through the buffer (for samples already in memory, large ones).
+// False when the file cannot be made.
+bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, int bufferSize = 1 << 16, bool direct = false);
 // Flushes and closes that output, if one is open.
 void CloseSafeOutput(AVFormatContext *ctx);
