@@ -63,6 +63,8 @@ int64_t audioSamplesQueued = 0;
 int64_t videoFrameNumber = 0;
 int64_t lastAudioPts = AV_NOPTS_VALUE;
 SwsContext *img_convert_ctx_in = nullptr;
+int64_t progressStep = 0;
+int64_t nextProgress = 0;
 
 int64_t videoFramesDecoded = 0;
 int64_t videoFramesSent = 0;
@@ -97,6 +99,24 @@ struct ResamplerSetup
     AVChannelLayout inLayout = {};
 } resamplerSetup;
 
+// Objects reused from packet to packet, so that the loop allocates nothing per packet or frame.
+struct Scratch {
+    AVFrame *videoIn = nullptr;       // pictures the video decoder returns
+    AVFrame *audioIn = nullptr;       // sound the audio decoder returns
+    AVFrame *audioOut = nullptr;      // sound handed to the audio encoder
+    AVPacket *videoOut = nullptr;     // what the video encoder returns
+    AVPacket *audioPacket = nullptr;  // what the audio encoder returns
+    AVBufferPool *pictures = nullptr; // buffers of scaled pictures, in the output's geometry
+    int convertedRoom = 0;            // samples each plane of audio_dst_data has room for
+} scratch;
+
+template <typename T, T *(*Alloc)()> T *Reused(T *&object)
+{
+    if (!object)
+        object = Alloc();
+    return object;
+}
+
 void FreeConvertedSamples()
 {
     if (audio_dst_data) {
@@ -104,6 +124,18 @@ void FreeConvertedSamples()
         av_freep(&audio_dst_data);
     }
     audio_dst_bufsize = 0;
+    scratch.convertedRoom = 0;
+}
+
+void FreeScratch()
+{
+    av_frame_free(&scratch.videoIn);
+    av_frame_free(&scratch.audioIn);
+    av_frame_free(&scratch.audioOut);
+    av_packet_free(&scratch.videoOut);
+    av_packet_free(&scratch.audioPacket);
+    av_buffer_pool_uninit(&scratch.pictures);
+    FreeConvertedSamples();
 }
 
 // A time stamp that points past the end of the file is damage, not a gap to fill.
@@ -135,7 +167,7 @@ void Release()
     img_convert_ctx_in = nullptr;
     av_audio_fifo_free(audioFifo);
     audioFifo = nullptr;
-    FreeConvertedSamples();
+    FreeScratch();
     av_packet_free(&input_packet);
     av_channel_layout_uninit(&Audiochannel_layout);
     av_frame_free(&timeline.lastPicture);
@@ -153,6 +185,8 @@ void Release()
     audioSamplesQueued = 0;
     videoFrameNumber = 0;
     lastAudioPts = AV_NOPTS_VALUE;
+    progressStep = 0;
+    nextProgress = 0;
     bVideo = false;
     bAudio = false;
     got_frame = 0;
@@ -233,9 +267,12 @@ void UsualLayout(AVChannelLayout *to, const AVChannelLayout &from)
         av_channel_layout_copy(to, &from);
 }
 
-// Room for `samples` converted samples in the encoder's format; false when it cannot be had.
+// Room for `samples` converted samples in the encoder's format; false when it cannot be had. The
+// room only grows, and is kept from frame to frame.
 bool AllocConvertedSamples(int samples)
 {
+    if (audio_dst_data && samples <= scratch.convertedRoom)
+        return true;
     const AVCodecContext *c = audioEncoderCtx;
     const int channels = c->ch_layout.nb_channels;
     const int planes = av_sample_fmt_is_planar(c->sample_fmt) ? channels : 1;
@@ -250,6 +287,7 @@ bool AllocConvertedSamples(int samples)
         FreeConvertedSamples();
         return false;
     }
+    scratch.convertedRoom = samples;
     return true;
 }
 
@@ -276,7 +314,6 @@ void FlushResampler()
             break;
         const int converted = swr_convert(swr, audio_dst_data, room, nullptr, 0);
         QueueConverted(converted);
-        FreeConvertedSamples();
         if (converted <= 0)
             break;
     }
@@ -350,10 +387,62 @@ Sends SendsFor(const AVFrame *picture)
     return ConstantRateSends(seconds * rate, double(videoFramesSent), duration > 0 ? double(duration) : 1.0);
 }
 
+// A picture in the encoder's size and format, through the scaler, in a buffer of the pool.
+bool Scale(const AVFrame *decoded, AVFrame *picture)
+{
+    const auto format = AVPixelFormat(picture->format);
+    constexpr int Align = 32;
+    const int size = av_image_get_buffer_size(format, picture->width, picture->height, Align);
+    img_convert_ctx_in = sws_getCachedContext(img_convert_ctx_in, decoded->width, decoded->height,
+                                              AVPixelFormat(decoded->format), picture->width, picture->height,
+                                              format, SWS_BICUBIC, nullptr, nullptr, nullptr);
+    if (size < 0 || !img_convert_ctx_in)
+        return false;
+    if (!scratch.pictures)
+        scratch.pictures = av_buffer_pool_init(size_t(size) + AV_INPUT_BUFFER_PADDING_SIZE, nullptr);
+    picture->buf[0] = scratch.pictures ? av_buffer_pool_get(scratch.pictures) : nullptr;
+    if (!picture->buf[0] || av_image_fill_arrays(picture->data, picture->linesize, picture->buf[0]->data,
+                                                 format, picture->width, picture->height, Align) < 0)
+        return false;
+    sws_scale(img_convert_ctx_in, decoded->data, decoded->linesize, 0, decoded->height, picture->data,
+              picture->linesize);
+    return true;
+}
+
+// The picture as the video encoder takes it, or null. One that comes from the decoder in the
+// encoder's size and format is handed on without a copy: the new frame shares its buffers but
+// nothing else, since encoders take a frame's type and side data as orders (a decoded intra
+// picture would force a key frame). Any other is scaled.
+AVFrame *EncoderPicture(const AVFrame *decoded)
+{
+    const AVCodecContext *out = videoEncoderCtx;
+    AVFrame *picture = av_frame_alloc();
+    if (!picture)
+        return nullptr;
+    picture->format = out->pix_fmt;
+    picture->width = out->width;
+    picture->height = out->height;
+    bool made = true;
+    if (decoded->format == out->pix_fmt && decoded->width == out->width && decoded->height == out->height &&
+        decoded->buf[0]) {
+        for (int i = 0; i < AV_NUM_DATA_POINTERS && made; ++i) {
+            if (decoded->buf[i])
+                made = (picture->buf[i] = av_buffer_ref(decoded->buf[i])) != nullptr;
+            picture->data[i] = decoded->data[i];
+            picture->linesize[i] = decoded->linesize[i];
+        }
+    } else {
+        made = Scale(decoded, picture);
+    }
+    if (!made)
+        av_frame_free(&picture);
+    return picture;
+}
+
 // Writes every packet the video encoder has ready.
 void WriteVideoPackets()
 {
-    AVPacket *packet = av_packet_alloc();
+    AVPacket *packet = Reused<AVPacket, av_packet_alloc>(scratch.videoOut);
     if (!packet)
         return;
     while (avcodec_receive_packet(videoEncoderCtx, packet) >= 0) {
@@ -369,7 +458,6 @@ void WriteVideoPackets()
             ++writesRefused; // the packet is given up; the file goes on
         av_packet_unref(packet);
     }
-    av_packet_free(&packet);
 }
 
 void SendPicture(AVFrame *picture)
@@ -588,7 +676,11 @@ int ThreadVideoRepair::open_encoder(const char *path)
     out->bit_rate = in->bit_rate;
     out->time_base = AVRational{1, fps};
     out->gop_size = in->gop_size;
-    out->keyint_min = in->keyint_min;
+    // The carried-over minimum key-frame interval (25) is above the maximum (12). libx264 limits the
+    // minimum to half the maximum and one; libx265 takes it as it is, and then codes every picture
+    // between the two as an intra picture, 13 of every 25, at three times the cost. Every encoder
+    // gets libx264's limit, so the key frames fall where libx264 puts them.
+    out->keyint_min = in->gop_size > 0 ? std::clamp(in->keyint_min, 1, in->gop_size / 2 + 1) : in->keyint_min;
     out->max_b_frames = in->max_b_frames;
     out->refs = in->refs;
     out->qmin = in->qmin;
@@ -624,8 +716,11 @@ int ThreadVideoRepair::open_encoder(const char *path)
 int ThreadVideoRepair::decode_packet()
 {
     got_frame = 0;
-    if (input_packet->pos >= 0)
+    // Only a move the bar can show is reported: each report is a queued event for the interface.
+    if (input_packet->pos >= nextProgress) {
         Q_EMIT ProgressValue(static_cast<unsigned long>(input_packet->pos));
+        nextProgress = input_packet->pos + progressStep;
+    }
 
     if (input_packet->stream_index == audio_stream_index && codec_ctx_audio) {
         const int consumed = input_packet->size;
@@ -656,7 +751,7 @@ int ThreadVideoRepair::decode_packet()
 
 int ThreadVideoRepair::receive_video_frames()
 {
-    AVFrame *decoded = av_frame_alloc();
+    AVFrame *decoded = Reused<AVFrame, av_frame_alloc>(scratch.videoIn);
     if (!decoded)
         return AVERROR(ENOMEM);
     int result = 0;
@@ -678,42 +773,27 @@ int ThreadVideoRepair::receive_video_frames()
         ++videoFramesDecoded;
         got_frame = 1;
         bVideo = true;
-        AVCodecContext *out = videoEncoderCtx;
-        // The scaler reads the picture as it was decoded (its real size and format) and writes the
-        // output geometry.
-        img_convert_ctx_in = sws_getCachedContext(img_convert_ctx_in, decoded->width, decoded->height,
-                                                  AVPixelFormat(decoded->format), out->width, out->height,
-                                                  out->pix_fmt, SWS_BICUBIC, nullptr, nullptr, nullptr);
-        AVFrame *converted = av_frame_alloc();
-        if (converted) {
-            converted->format = out->pix_fmt;
-            converted->width = out->width;
-            converted->height = out->height;
-        }
-        if (!img_convert_ctx_in || !converted || av_frame_get_buffer(converted, 1) < 0) {
-            av_frame_free(&converted);
+        AVFrame *picture = EncoderPicture(decoded);
+        if (!picture) {
             av_frame_unref(decoded);
             result = AVERROR(ENOMEM);
             continue;
         }
-        sws_scale(img_convert_ctx_in, decoded->data, decoded->linesize, 0, decoded->height, converted->data,
-                  converted->linesize);
         const Sends sends = SendsFor(decoded);
         av_frame_unref(decoded);
         for (int i = 0; i < sends.total; ++i) {
             const bool repeat = i < sends.repeatsOfPrevious && timeline.lastPicture;
-            SendPicture(repeat ? timeline.lastPicture : converted);
+            SendPicture(repeat ? timeline.lastPicture : picture);
         }
         av_frame_free(&timeline.lastPicture);
-        timeline.lastPicture = converted;
+        timeline.lastPicture = picture;
     }
-    av_frame_free(&decoded);
     return ret < 0 && ret != AVERROR(EAGAIN) && ret != AVERROR_EOF ? ret : result;
 }
 
 void ThreadVideoRepair::receive_audio_frames()
 {
-    AVFrame *frame = av_frame_alloc();
+    AVFrame *frame = Reused<AVFrame, av_frame_alloc>(scratch.audioIn);
     if (!frame)
         return;
     int errors = 0;
@@ -741,7 +821,6 @@ void ThreadVideoRepair::receive_audio_frames()
                     QueueConverted(swr_convert(swr, audio_dst_data, room,
                                                const_cast<const uint8_t **>(frame->extended_data),
                                                frame->nb_samples));
-                FreeConvertedSamples();
             } else {
                 ++packetsRefused;
             }
@@ -749,7 +828,6 @@ void ThreadVideoRepair::receive_audio_frames()
         }
         av_frame_unref(frame);
     }
-    av_frame_free(&frame);
 }
 
 // Sound that starts later than the converted sound reaches, by more than half of its own length,
@@ -779,7 +857,6 @@ void ThreadVideoRepair::fill_audio_gap(int64_t timestamp, double length)
         left -= n;
         write_audio_frame();
     }
-    FreeConvertedSamples();
 }
 
 void ThreadVideoRepair::finish_streams()
@@ -812,8 +889,8 @@ void ThreadVideoRepair::write_audio_frame(bool flush)
     const bool variable = audio_codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE;
     const bool shortLast = variable || (audio_codec->capabilities & AV_CODEC_CAP_SMALL_LAST_FRAME);
 
-    AVFrame *frame = av_frame_alloc();
-    AVPacket *packet = av_packet_alloc();
+    AVFrame *frame = Reused<AVFrame, av_frame_alloc>(scratch.audioOut);
+    AVPacket *packet = Reused<AVPacket, av_packet_alloc>(scratch.audioPacket);
     while (frame && packet) {
         const int queued = av_audio_fifo_size(audioFifo);
         if (queued <= 0 || (queued < frameSize && !flush))
@@ -849,8 +926,6 @@ void ThreadVideoRepair::write_audio_frame(bool flush)
             av_packet_unref(packet);
         }
     }
-    av_frame_free(&frame);
-    av_packet_free(&packet);
 }
 
 void ThreadVideoRepair::write_delayed_frames(AVFormatContext *oc, AVStream *st)
@@ -860,7 +935,7 @@ void ThreadVideoRepair::write_delayed_frames(AVFormatContext *oc, AVStream *st)
     write_audio_frame(true);
 
     AVCodecContext *c = audioEncoderCtx;
-    AVPacket *packet = av_packet_alloc();
+    AVPacket *packet = Reused<AVPacket, av_packet_alloc>(scratch.audioPacket);
     if (!packet)
         return;
     int ret = avcodec_send_frame(c, nullptr);
@@ -888,5 +963,4 @@ void ThreadVideoRepair::write_delayed_frames(AVFormatContext *oc, AVStream *st)
         }
         av_packet_unref(packet);
     }
-    av_packet_free(&packet);
 }

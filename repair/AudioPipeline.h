@@ -63,6 +63,8 @@ extern int64_t audioSamplesQueued;         // samples handed to the audio encode
 extern int64_t videoFrameNumber;           // pts of the next converted picture, in the codec time base
 extern int64_t lastAudioPts;               // pts of the last audio packet written, in audio_st's time base
 extern SwsContext *img_convert_ctx_in;
+extern int64_t progressStep; // bytes of input between two progress reports
+extern int64_t nextProgress; // byte position from which progress is reported again
 
 // What the pass did with the current file, for the verdict on its output.
 extern int64_t videoFramesDecoded;         // pictures the video decoder returned

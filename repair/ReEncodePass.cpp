@@ -27,6 +27,9 @@ using namespace Pipeline;
 
 namespace {
 
+// Progress reports per file: more than a bar has pixels.
+constexpr qint64 ProgressSteps = 2000;
+
 // Whether the re-encode holds every picture and sample the pass decoded, with its index whole.
 bool ReEncodeIsWhole(const QString &output, bool reachedEnd, bool trailerWritten)
 {
@@ -84,6 +87,7 @@ void ThreadVideoRepair::ReRepairFiles(QStringList files)
         Q_EMIT OverAllProgressValue(static_cast<unsigned long>(i));
         Q_EMIT Info(tr("Repairing ") + name + tr(" file"));
         Q_EMIT MaxProgress(static_cast<unsigned long>(info.size()));
+        progressStep = info.size() / ProgressSteps;
 
         QList<Candidate> candidates;
         const int r = open_audio_input(QFile::encodeName(path).constData());
@@ -164,7 +168,7 @@ void ThreadVideoRepair::ReRepairFiles(QStringList files)
                 return; // the output stays beside the working copy
             const bool trusted = whole && written.Plays();
             if (made)
-                candidates << Candidate{output, "re-encoded", {}};
+                candidates << Candidate{output, "re-encoded", trusted ? written : Playback(), trusted};
             if (!trusted || keepCodecs) {
                 const RemuxResult copy = Remux(path, remuxed, &bStopFlag);
                 if (copy.finished)

@@ -121,6 +121,9 @@ private:
         QString path;
         QString madeBy; // as RepairOutcome::madeBy words it
         Playback plays; // filled in when it is measured
+        // `plays` was counted as the file was made and checked: its pictures are exact, and it is
+        // measured only when they tie with another candidate's, where the sound decides.
+        bool counted = false;
     };
     // The file a working copy was copied from; empty when the run did not make it.
     QString SourceOf(const QString &workingCopy) const;
@@ -128,8 +131,8 @@ private:
     // file is listed as unsupported.
     void Judge(const QString &workingCopy, RepairOutcome::Verdict verdict, const Playback &plays,
                const QString &madeBy);
-    // Measures the candidates and returns the index of the one that plays the most, the first of
-    // equals; -1 when a stop came first.
+    // Measures the candidates (a counted one only where it must) and returns the index of the one
+    // that plays the most, the first of equals; -1 when a stop came first.
     int PickBest(QList<Candidate> &candidates);
     // Copies `from` over the working copy through its staging file. False when that could not be
     // done (no staging file, or a stop during the copy): the working copy is then as it was.

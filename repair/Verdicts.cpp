@@ -72,16 +72,28 @@ void ThreadVideoRepair::Judge(const QString &workingCopy, RepairOutcome::Verdict
 
 int ThreadVideoRepair::PickBest(QList<Candidate> &candidates)
 {
+    const auto tied = [&candidates](const Candidate &c) {
+        return !c.plays.hasVideo ||
+               std::any_of(candidates.begin(), candidates.end(), [&c](const Candidate &o) {
+                   return &o != &c && o.plays.videoFrames == c.plays.videoFrames;
+               });
+    };
+    for (bool counted : {false, true}) {
+        for (Candidate &c : candidates) {
+            if (c.counted != counted || (counted && !tied(c)))
+                continue;
+            c.plays = MeasurePlayback(c.path, &bStopFlag);
+            if (bStopFlag)
+                return -1;
+        }
+    }
     int best = -1;
     for (int i = 0; i < candidates.size(); ++i) {
-        const Candidate &c = candidates[i];
-        candidates[i].plays = MeasurePlayback(c.path, &bStopFlag);
-        if (bStopFlag)
-            return -1;
+        const Candidate &c = candidates.at(i);
         fprintf(stderr, "%s (%s) plays %lld pictures and %.2f s of sound\n",
                 QFile::encodeName(c.path).constData(), qPrintable(c.madeBy), (long long)c.plays.videoFrames,
                 c.plays.audioSeconds);
-        if (best < 0 || PlaysMore(candidates.at(i).plays, candidates.at(best).plays))
+        if (best < 0 || PlaysMore(c.plays, candidates.at(best).plays))
             best = i;
     }
     return best;

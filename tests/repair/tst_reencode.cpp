@@ -343,33 +343,43 @@ private Q_SLOTS:
         QCOMPARE(QDir(work).entryList(QDir::Files), QStringList{"keep.mov"});
     }
 
-    // A working copy nothing can read: when the header pass made it so, its untouched source is the
-    // result; when the copy is as the source was, nothing plays and the file fails.
-    void unreadableCopy_data()
+    // What the header pass made of a copy against its source. A copy nothing can read: when the header
+    // pass made it so, its untouched source is the result; when the copy is as the source was,
+    // nothing plays and the file fails. A changed copy whose re-encode is whole against a source
+    // that plays as much, or more.
+    void headerPassCopy_data()
     {
         QTest::addColumn<bool>("rewritten");
-        QTest::newRow("changed by the header pass") << true;
-        QTest::newRow("as its source was") << false;
+        QTest::addColumn<int>("damage");
+        QTest::addColumn<QString>("madeBy");
+        QTest::newRow("unreadable, changed by the header pass") << true << -1 << "original";
+        QTest::newRow("unreadable, as its source was") << false << -1 << "";
+        QTest::newRow("changed, plays as its source") << true << int(Damage::None) << "re-encoded";
+        QTest::newRow("changed, plays less than its source") << true << int(Damage::CutOff) << "original";
     }
 
-    void unreadableCopy()
+    void headerPassCopy()
     {
         QFETCH(bool, rewritten);
+        QFETCH(int, damage);
+        QFETCH(QString, madeBy);
         const QString source = Fresh("fix") + "/fix.mp4", work = Fresh("fix-work"), copy = work + "/fix.mp4";
-        QVERIFY(Fixtures::Make(source, MakeClip("libx264", "aac")));
+        QVERIFY(Fixtures::Make(source, MakeClip("libx264", "aac", {"-movflags", "+faststart"})));
         QByteArray bytes = Bytes::ReadFile(source);
-        bytes.replace(bytes.lastIndexOf("moov"), 4, QByteArray(4, '\0'));
-        QVERIFY(Bytes::WriteFile(copy, bytes));
+        if (damage < 0)
+            bytes.replace(bytes.indexOf("moov"), 4, QByteArray(4, '\0'));
+        QVERIFY(Bytes::WriteFile(copy, bytes) && (damage < 0 || Harm(copy, Damage(damage))));
 
         AfterHeaderPass worker(source, copy, rewritten);
         worker.ReRepairFiles({copy});
         const RepairOutcome o = worker.Outcomes().value(0);
-        QCOMPARE(o.verdict, rewritten ? Verdict::Repaired : Verdict::NotPlayable);
-        if (rewritten) {
-            QCOMPARE(o.madeBy, QString("original"));
+        QCOMPARE(o.verdict, madeBy.isEmpty() ? Verdict::NotPlayable : Verdict::Repaired);
+        QCOMPARE(o.madeBy, madeBy);
+        if (madeBy == "original")
             QCOMPARE(Bytes::ReadFile(copy), Bytes::ReadFile(source));
-        }
-        QCOMPARE(QDir(work).entryList(QDir::Files), rewritten ? QStringList{"fix.mp4"} : QStringList());
+        if (!madeBy.isEmpty())
+            QCOMPARE(o.plays.videoFrames, Fixtures::Played(copy).frames);
+        QCOMPARE(QDir(work).entryList(QDir::Files), madeBy.isEmpty() ? QStringList() : QStringList{"fix.mp4"});
     }
 
     void oddSizeGrowsByNine()
