@@ -149,10 +149,22 @@ std::vector<int> AacFramer::Split(const uint8_t *data, int size, int *rest)
     return frames;
 }
 
+std::vector<int> AudioFramer::Split(const uint8_t *data, int size, int *rest)
+{
+    std::vector<int> frames;
+    int at = 0;
+    for (int n; (n = FrameAt(data + at, size - at)) > 0; at += n)
+        frames.push_back(n);
+    *rest = size - at;
+    return frames;
+}
+
 std::unique_ptr<AudioFramer> AudioFramer::For(const TrackDescription &track)
 {
     switch (track.Codec()) {
     case AV_CODEC_ID_AAC: {
+        if (track.adts)
+            return std::make_unique<AdtsFramer>(track);
         auto framer = std::make_unique<AacFramer>(track);
         return framer->IsOpen() ? std::move(framer) : nullptr;
     }
@@ -220,12 +232,45 @@ int MpegAudioFramer::FrameAt(const uint8_t *data, int size)
     return n <= size ? n : 0;
 }
 
-std::vector<int> MpegAudioFramer::Split(const uint8_t *data, int size, int *rest)
+
+bool ParseAdtsHeader(const uint8_t *p, int size, AdtsHeader *h)
 {
-    std::vector<int> frames;
-    int at = 0;
-    for (int n; (n = FrameAt(data + at, size - at)) > 0; at += n)
-        frames.push_back(n);
-    *rest = size - at;
-    return frames;
+    // syncword (12), ID, layer (2, always 0), protection_absent, profile (2), sampling frequency
+    // index (4), private bit, channel configuration (3), four bits, frame length (13), buffer
+    // fullness (11), number of raw data blocks - 1 (2).
+    if (size < 7 || p[0] != 0xff || (p[1] & 0xf6) != 0xf0)
+        return false;
+    h->profile = p[2] >> 6;
+    h->rateIndex = (p[2] >> 2) & 0x0f;
+    h->channels = ((p[2] & 1) << 2) | (p[3] >> 6);
+    h->length = ((p[3] & 3) << 11) | (p[4] << 3) | (p[5] >> 5);
+    h->header = (p[1] & 1) ? 7 : 9;
+    return h->rateIndex < 13 && h->channels > 0 && (p[6] & 3) == 0 && h->length > h->header;
 }
+
+AdtsFramer::AdtsFramer(const TrackDescription &track) : m_channels(track.params->ch_layout.nb_channels)
+{
+    static const int Rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+    m_rateIndex = int(std::find(std::begin(Rates), std::end(Rates), track.params->sample_rate) - std::begin(Rates));
+}
+
+int AdtsFramer::Length(const uint8_t *data, int size) const
+{
+    AdtsHeader h;
+    if (!ParseAdtsHeader(data, size, &h) || h.rateIndex != m_rateIndex || h.channels != m_channels)
+        return 0;
+    return h.length;
+}
+
+int AdtsFramer::FrameAt(const uint8_t *data, int size)
+{
+    const int n = Length(data, size);
+    return n <= size ? n : 0;
+}
+
+int AdtsFramer::HeaderLength(const uint8_t *data, int size) const
+{
+    AdtsHeader h;
+    return ParseAdtsHeader(data, size, &h) ? h.header : 0;
+}
+

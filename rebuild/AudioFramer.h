@@ -27,12 +27,14 @@ public:
     virtual bool MayResume(const uint8_t *data, int size) const { return MayStart(data, size); }
     // The lengths of the frames that follow one another from the start of [data, data+size). A frame
     // cut off by the end of the stretch is not among them. *rest is set to the bytes after the
-    // frames (0 when they tile the stretch).
-    virtual std::vector<int> Split(const uint8_t *data, int size, int *rest) = 0;
+    // frames (0 when they tile the stretch). By default, frame after frame as FrameAt finds them.
+    virtual std::vector<int> Split(const uint8_t *data, int size, int *rest);
     // The length of the frame at data, or 0 when no frame of at most `size` bytes is there.
     virtual int FrameAt(const uint8_t *data, int size) = 0;
     // Whether a frame starts at data: FrameAt without its length where that is cheaper.
     virtual bool StartsFrame(const uint8_t *data, int size) { return FrameAt(data, size) > 0; }
+    // The bytes of the frame at data that are a transport header, not kept when the frame is stored.
+    virtual int HeaderLength(const uint8_t *, int) const { return 0; }
 };
 
 // Raw AAC frames, as an MP4 file stores them (no sync word, no length). FFmpeg's decoder is the
@@ -85,7 +87,6 @@ public:
     explicit MpegAudioFramer(const TrackDescription &track);
     int Largest() const override { return 2881; } // layer 3, 320 kb/s at 8 kHz, padded
     bool MayStart(const uint8_t *data, int size) const override { return Length(data, size) > 0; }
-    std::vector<int> Split(const uint8_t *data, int size, int *rest) override;
     int FrameAt(const uint8_t *data, int size) override;
 
 private:
@@ -95,6 +96,36 @@ private:
     int m_layer;
     int m_sampleRate;
 };
+
+// AAC frames with ADTS headers (ISO/IEC 13818-7, 6.2), as some recorders store them: each header
+// gives the frame's length; the header itself is left out of the stored sample.
+class AdtsFramer : public AudioFramer
+{
+public:
+    explicit AdtsFramer(const TrackDescription &track);
+    int Largest() const override { return 8191; }
+    bool MayStart(const uint8_t *data, int size) const override { return Length(data, size) > 0; }
+    int FrameAt(const uint8_t *data, int size) override;
+    int HeaderLength(const uint8_t *data, int size) const override;
+
+private:
+    int Length(const uint8_t *data, int size) const;
+
+    int m_rateIndex;
+    int m_channels;
+};
+
+// What an ADTS header says; false when the 7 bytes at data are not one (or it holds more than one
+// raw data block).
+struct AdtsHeader
+{
+    int profile = 0; // audio object type - 1
+    int rateIndex = 0;
+    int channels = 0;
+    int length = 0;  // the whole frame, header included
+    int header = 7;  // 9 with a CRC
+};
+bool ParseAdtsHeader(const uint8_t *data, int size, AdtsHeader *header);
 
 // What an MPEG audio frame header says.
 struct MpegAudioHeader

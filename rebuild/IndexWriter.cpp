@@ -117,8 +117,11 @@ bool IndexWriter::Open(const QByteArray &path, const char *format)
 bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
 {
     const int k = sample.track;
-    if (m_failed || k < 0 || k >= int(m_stream.size()) || m_stream[k] < 0 || sample.size > INT32_MAX)
+    if (m_failed || k < 0 || k >= int(m_stream.size()) || m_stream[k] < 0 || sample.size > INT32_MAX ||
+        sample.header >= sample.size)
         return !m_failed;
+    data += sample.header;
+    const int size = int(sample.size) - sample.header;
     Pending p{nullptr, k, 0, sample.key};
     // MPEG-4 Part 2 pictures are shown in the order they come (B-VOPs are not reordered).
     if (m_description.tracks[k].Codec() == AV_CODEC_ID_MPEG4) {
@@ -126,8 +129,7 @@ bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
     } else if (m_description.tracks[k].IsVideo()) {
         uint8_t *out = nullptr;
         int outSize = 0;
-        av_parser_parse2(m_parser, m_parserCtx, &out, &outSize, data, int(sample.size), AV_NOPTS_VALUE,
-                         AV_NOPTS_VALUE, 0);
+        av_parser_parse2(m_parser, m_parserCtx, &out, &outSize, data, size, AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
         p.poc = m_parser->output_picture_number;
         p.key = sample.key || m_parser->key_frame == 1;
     }
@@ -138,15 +140,15 @@ bool IndexWriter::Add(const WalkedSample &sample, const uint8_t *data)
         const int64_t slot = m_description.tracks[k].IsVideo() ? m_order.Next(p.poc, p.key) : 0;
         av_packet_unref(m_borrowed);
         m_borrowed->data = const_cast<uint8_t *>(data);
-        m_borrowed->size = int(sample.size);
+        m_borrowed->size = size;
         return Write(m_borrowed, k, slot, p.key);
     }
     p.packet = av_packet_alloc();
-    if (!p.packet || av_new_packet(p.packet, int(sample.size)) < 0) {
+    if (!p.packet || av_new_packet(p.packet, size) < 0) {
         av_packet_free(&p.packet);
         return false;
     }
-    std::memcpy(p.packet->data, data, size_t(sample.size));
+    std::memcpy(p.packet->data, data, size_t(size));
     m_pending.push_back(p);
     size_t pictures = 0;
     for (const Pending &q : m_pending)

@@ -394,12 +394,13 @@ TrackDescription AudioTrack(AVCodecID codec, int sampleRate, int channels, int f
     return t;
 }
 
-// An AAC-LC AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1).
-QByteArray AacConfig(int sampleRate, int channels)
+const int AacRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+
+// An AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1); AAC-LC is object type 2.
+QByteArray AacConfig(int sampleRate, int channels, int objectType = 2)
 {
-    static const int Rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
-    const int index = int(std::find(std::begin(Rates), std::end(Rates), sampleRate) - std::begin(Rates));
-    const unsigned bits = (2u << 11) | (unsigned(index) << 7) | (unsigned(channels) << 3);
+    const int index = int(std::find(std::begin(AacRates), std::end(AacRates), sampleRate) - std::begin(AacRates));
+    const unsigned bits = (unsigned(objectType) << 11) | (unsigned(index) << 7) | (unsigned(channels) << 3);
     QByteArray config;
     config.append(char(bits >> 8)).append(char(bits & 0xff));
     return config;
@@ -425,12 +426,14 @@ Survey SurveyWith(const Description &d, SourceWindow &window, const MediaLayout 
     return s;
 }
 
-// The MPEG audio stream in the media data: the header that most often begins a frame that is
-// followed by another frame or by a picture.
-bool FindMpegAudio(SourceWindow &window, const MediaLayout &layout, const Description &video,
-                   MpegAudioHeader *found)
+// The sound in the media data whose frames carry headers (MPEG audio, ADTS): the header `parse`
+// reads that most often begins a frame followed by another such frame or by a picture. Its key is
+// what must agree from frame to frame.
+template <typename Header, typename Parse, typename Key>
+bool FindHeadedAudio(SourceWindow &window, const MediaLayout &layout, const Description &video, Parse parse,
+                     Key key, Header *found)
 {
-    std::map<std::tuple<int, int, int, int>, int> seen;
+    std::map<decltype(key(Header())), std::pair<int, Header>> seen;
     const int64_t begin = layout.regions.front().first;
     const int64_t end = std::min(layout.regions.front().second, begin + ScanBytes);
     std::unique_ptr<PictureMatcher> matcher;
@@ -439,29 +442,26 @@ bool FindMpegAudio(SourceWindow &window, const MediaLayout &layout, const Descri
     int hits = 0;
     for (int64_t p = begin; p + 4 <= end && hits < 64; ++p) {
         int64_t available = 0;
-        const uint8_t *data = window.Bytes(p, std::min<int64_t>(8192, end - p), &available);
-        MpegAudioHeader h, next;
-        if (!ParseMpegAudioHeader(data, int(available), &h) || h.length + 4 > available)
+        const uint8_t *data = window.Bytes(p, std::min<int64_t>(16384, end - p), &available);
+        Header h, next;
+        if (!parse(data, int(available), &h) || h.length + 4 > available)
             continue;
-        const bool chained = ParseMpegAudioHeader(data + h.length, int(available - h.length), &next) &&
-                             next.layer == h.layer && next.sampleRate == h.sampleRate;
+        const bool chained = parse(data + h.length, int(available - h.length), &next) && key(next) == key(h);
         const bool picture = matcher && matcher->Match(data + h.length, available - h.length).size > 0;
         if (!chained && !picture)
             continue;
-        ++seen[{h.layer, h.version, h.sampleRate, h.channels}];
+        auto &entry = seen[key(h)];
+        entry = {entry.first + 1, h};
         ++hits;
         p += h.length - 1;
     }
     int best = 0;
-    for (const auto &[key, n] : seen)
-        if (n > best) {
-            best = n;
-            std::tie(found->layer, found->version, found->sampleRate, found->channels) = key;
+    for (const auto &[k, entry] : seen)
+        if (entry.first > best) {
+            best = entry.first;
+            *found = entry.second;
         }
-    if (best < 4)
-        return false;
-    found->samples = found->layer == 1 ? 384 : (found->layer == 3 && found->version != 1 ? 576 : 1152);
-    return true;
+    return best >= 4;
 }
 
 // The standard rate nearest to `estimate`.
@@ -556,16 +556,26 @@ Description LearnFromDamagedFile(const QString &path)
         v->sampleDuration = 1;
     }
 
-    // Sound.
+    // Sound whose frames carry headers: MPEG audio, or AAC with ADTS headers.
     if (!d.Audio()) {
         Description candidate = d;
         MpegAudioHeader mpeg;
-        if (FindMpegAudio(window, layout, d, &mpeg)) {
+        AdtsHeader adts;
+        if (FindHeadedAudio(window, layout, d, ParseMpegAudioHeader,
+                            [](const MpegAudioHeader &h) { return std::make_tuple(h.layer, h.version, h.sampleRate); },
+                            &mpeg)) {
             candidate.tracks.push_back(AudioTrack(mpeg.layer == 3 ? AV_CODEC_ID_MP3 : AV_CODEC_ID_MP2, mpeg.sampleRate,
                                                   mpeg.channels, mpeg.samples));
-            if (SurveyWith(candidate, window, layout).audio >= 4)
-                d = candidate;
+        } else if (FindHeadedAudio(window, layout, d, ParseAdtsHeader,
+                                   [](const AdtsHeader &h) { return std::make_tuple(h.profile, h.rateIndex, h.channels); },
+                                   &adts)) {
+            const int rate = AacRates[adts.rateIndex];
+            candidate.tracks.push_back(AudioTrack(AV_CODEC_ID_AAC, rate, adts.channels, 1024,
+                                                  AacConfig(rate, adts.channels, adts.profile + 1)));
+            candidate.tracks.back().adts = true;
         }
+        if (candidate.Audio() && SurveyWith(candidate, window, layout).audio >= 4)
+            d = candidate;
     }
     if (!d.Audio()) {
         // Raw AAC: the channel layout that frames the most; the rate only the interleave can tell.

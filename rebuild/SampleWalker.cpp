@@ -147,7 +147,8 @@ WalkStats SampleWalker::Walk(int64_t begin, int64_t end, const Sink &sink, const
         int64_t available = 0;
         const uint8_t *data = m_window.Bytes(at, size, &available);
         ++stats.samples[size_t(track)];
-        return available == size && sink(WalkedSample{track, at, size, key}, data);
+        const int header = track == m_audio ? m_framer->HeaderLength(data, int(available)) : 0;
+        return available == size && sink(WalkedSample{track, at, size, key, header}, data);
     };
     while (pos < end && !(stop && *stop)) {
         if (progress && pos - reported >= ProgressStep) {

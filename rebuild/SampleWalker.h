@@ -19,6 +19,7 @@ struct WalkedSample
     int64_t offset = 0; // where its bytes start in the file
     int64_t size = 0;
     bool key = false;   // a picture a decoder can start from
+    int header = 0;     // leading bytes that are not part of the sample as it is stored (an ADTS header)
 };
 
 struct WalkStats

@@ -29,6 +29,7 @@ struct TrackDescription
     int64_t largestSample = 0;                 // the largest sample seen, 0 when none was
     std::bitset<256> firstBytes;               // audio: the first bytes its samples began with
     unsigned codecTag = 0;                     // the sample entry's type, kept when the container knows it
+    bool adts = false;                         // AAC frames found with ADTS headers, which are not kept
 
     AVCodecID Codec() const;
     bool IsVideo() const { return type == AVMEDIA_TYPE_VIDEO; }

@@ -49,6 +49,7 @@ enum class Harm {
     MiddleGap,    // 64 KiB zeroed in the middle of the media data, and the index cut off
     MoofType,     // the type code of the third fragment's header damaged
     MoovLost,     // the whole "moov" zeroed
+    Bare,         // a bare stream behind an "ftyp" and an "mdat" header, with no index
 };
 
 // The offset of the first box of `type` at or after `from`, found by its type code; -1 if none.
@@ -105,6 +106,9 @@ Recoverable::Ranges Damage(QByteArray &data, Harm harm, QPair<qint64, qint64> me
         memcpy(data.data() + moof + 4, "\xde\xad\x00\x01", 4);
         return {{0, size}};
     }
+    case Harm::Bare:
+        data.prepend(QByteArray::fromHex("00000014667479704d344120000002004d344120" "000000006d646174"));
+        return {{0, size}};
     case Harm::MoovLost: {
         const qint64 moov = BoxAt(data, "moov");
         const qint64 moovSize = Bytes::WordAt(data, int(moov));
@@ -247,6 +251,9 @@ private slots:
         QTest::newRow("sound .m4a cut") << "own.m4a" << sound << Harm::Cut60
                                         << QStringList{rebuilt, "audio rate assumed 48 kHz"};
         QTest::newRow("MP3 in .mov cut") << "mp3.mov" << mp3 << Harm::Cut60 << QStringList{rebuilt};
+        Fixtures::Clip adts = sound;
+        adts.extra = QStringList{"-f", "adts"};
+        QTest::newRow("AAC with ADTS headers") << "adts.m4a" << adts << Harm::Bare << QStringList{rebuilt};
     }
 
     void withoutReference()
