@@ -107,9 +107,9 @@ bool IndexWriter::Open(const QByteArray &path, const char *format)
             m_parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
         }
     }
-    // At disk speed: the samples go from the mapped damaged file to the output with no copy between;
-    // the muxer's own small writes are gathered.
-    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, 1 << 20, true))
+    // At disk speed: the samples go out as they come, by a thread of their own while the walk goes
+    // on; the muxer's own small writes are gathered.
+    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, {1 << 20, true, true}))
         return false;
     return avformat_write_header(m_out, nullptr) >= 0;
 }
@@ -212,8 +212,8 @@ bool IndexWriter::Finish()
         return false;
     const bool released = m_pending.empty() || Release();
     const bool trailer = av_write_trailer(m_out) >= 0;
-    CloseSafeOutput(m_out);
-    return released && trailer && !m_failed;
+    const bool closed = CloseSafeOutput(m_out);
+    return released && trailer && closed && !m_failed;
 }
 
 int64_t IndexWriter::Written(int track) const
