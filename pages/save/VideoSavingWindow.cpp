@@ -117,12 +117,13 @@ void VideoSavingWindow::OnInit()
     connect(ui->BackButton, &QPushButton::clicked, this, &VideoSavingWindow::OnBack);
     connect(ui->PreviewButton, &QPushButton::clicked, this, &VideoSavingWindow::OnPreviewMovFile);
     connect(ui->StopButton, &QPushButton::clicked, this, &VideoSavingWindow::OnStop);
-    // Only these four: the per-file bar keeps the range of the form and the overall bar is not
-    // driven on this page.
+    // Only these, and the failures: the per-file bar keeps the range of the form and the overall bar
+    // is not driven on this page.
     connect(&m_saving, &ThreadVideoSaving::ProgressValue, this, &VideoSavingWindow::OnProgressValue);
     connect(&m_saving, &ThreadVideoSaving::Info, this, &VideoSavingWindow::OnInfo);
     connect(&m_saving, &ThreadVideoSaving::DestInfo, this, &VideoSavingWindow::OnDestInfo);
     connect(&m_saving, &ThreadVideoSaving::SavingFinish, this, &VideoSavingWindow::OnSavingFinish);
+    connect(&m_saving, &ThreadVideoSaving::SaveFailed, this, &VideoSavingWindow::OnSaveFailed);
     connect(ui->LogReport, &QPushButton::clicked, this, &VideoSavingWindow::OnErrorList);
 
 
@@ -350,11 +351,6 @@ qint64 VideoSavingWindow::GetFree(const QString &volume)
     return ProbeFreeBytesSavePage(volume);
 }
 
-bool VideoSavingWindow::GetFreeSpace(long long needed, const QString &path)
-{
-    return needed <= GetFree(path);
-}
-
 void VideoSavingWindow::SetProgressVisible(bool saving)
 {
     ui->DestinationLabel->setVisible(saving);
@@ -387,8 +383,10 @@ void VideoSavingWindow::OnSaveFiles()
     if (files.isEmpty())
         return;
 
+    // Only a folder is offered for removal; anything else of that name is the user's, and the saving
+    // worker says why it cannot be used.
     const QString target = m_destination + SavedFolderName;
-    if (QFileInfo::exists(target)) {
+    if (QFileInfo(target).isDir()) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle), tr("Overwrite Existing Folder?"),
                         QMessageBox::Yes | QMessageBox::No, this);
         box.setInformativeText(tr("Click 'Yes' if you wish to overwrite existing folder."));
@@ -398,7 +396,8 @@ void VideoSavingWindow::OnSaveFiles()
         RunShell("rm -R " + ShellQuote(target));
     }
 
-    if (!GetFreeSpace(static_cast<long long>(qMin<quint64>(total, LLONG_MAX)), SaveVolume(m_destination))) {
+    const qint64 free = GetFree(SaveVolume(m_destination));
+    if (static_cast<long long>(qMin<quint64>(total, LLONG_MAX)) > free) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle), tr("Insufficient space at destination."),
                         QMessageBox::Ok);
         box.setInformativeText(tr("Sufficient space to save data is not available at destination. "
@@ -460,8 +459,37 @@ void VideoSavingWindow::OnSavingFinish()
     ui->BackButton->setEnabled(true);
     m_tree->setEnabled(true);
 
+    if (ReportSaveFailures())
+        return;
     SavingFinishDlg finished(this, m_destination + SavedFolderName);
     finished.exec();
+}
+
+void VideoSavingWindow::OnSaveFailed(QString file, QString reason)
+{
+    if (file.isEmpty())
+        m_folderFailure = reason;
+    else
+        m_fileFailures << file + ": " + reason;
+}
+
+bool VideoSavingWindow::ReportSaveFailures()
+{
+    if (m_folderFailure.isEmpty() && m_fileFailures.isEmpty())
+        return false;
+    QMessageBox box(QMessageBox::Warning, tr(ProductTitle), QString(), QMessageBox::Ok, this);
+    if (!m_folderFailure.isEmpty()) { // nothing was saved
+        box.setText(tr("The folder \"Repaired-Video-Files\" could not be created in %1.").arg(m_destination));
+        box.setInformativeText(m_folderFailure);
+    } else {
+        box.setText(tr("%n file(s) could not be saved in %1.", nullptr, m_fileFailures.size())
+                        .arg(m_destination + SavedFolderName));
+        box.setInformativeText(m_fileFailures.join('\n'));
+    }
+    m_folderFailure.clear();
+    m_fileFailures.clear();
+    box.exec();
+    return true;
 }
 
 void VideoSavingWindow::OnStop()
