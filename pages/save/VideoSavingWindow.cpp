@@ -10,6 +10,7 @@
 #include "pages/save/LogReportDlg.h"
 #include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "repair/ProcessFlags.h"
@@ -397,6 +398,11 @@ void VideoSavingWindow::OnSaveFiles()
     }
 
     const qint64 free = GetFree(SaveVolume(m_destination));
+    if (free == ProbeUnusable) {
+        WarnPathTaken(this, tr("The free space at the destination could not be checked."),
+                      OwnFixedPath(ProbeFiles::TempFile));
+        return;
+    }
     if (static_cast<long long>(qMin<quint64>(total, LLONG_MAX)) > free) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle), tr("Insufficient space at destination."),
                         QMessageBox::Ok);
@@ -531,7 +537,8 @@ void VideoSavingWindow::OnBack()
         return;
 
     // Not the repair page's working folder: this page has always removed this one on Back.
-    RunShell("rm -R " + ShellQuote("/var/tmp/.CorvaneVideoFileRepairTemp"));
+    RunShell("rm -R " + ShellQuote(OwnFixedPath(ProbeFiles::SaveBackTemp)));
+    PagePreview::CleanPreviews();
     hide();
     StoreGeometry();
     if (isMaximized())
@@ -577,7 +584,7 @@ void VideoSavingWindow::OpenHelp()
 
 void VideoSavingWindow::GetQuickLookProcessID()
 {
-    lstProcessID = ProbePreviewProcessIds();
+    lstProcessID = ThreadPreview::RunningPreviews();
 }
 
 void VideoSavingWindow::OnPreviewMovFile()
