@@ -442,8 +442,11 @@ private Q_SLOTS:
     void previewLeavesNothingAndEndsOnlyItsOwn()
     {
         strPreviewerPath = FakePreviewer(m_dir.filePath("own.log"));
+        const QString theirs = m_dir.filePath("VideoFileUtil.app/Contents/MacOS/VideoFileUtil");
+        QDir().mkpath(QFileInfo(theirs).path());
+        QFile::copy(QStandardPaths::findExecutable("sleep"), theirs);
         QProcess foreign;
-        foreign.start(strPreviewerPath, {"theirs"});
+        foreign.start(theirs, {"30"});
         QVERIFY(foreign.waitForStarted());
         Page page;
         page.OnInitialSettings();
