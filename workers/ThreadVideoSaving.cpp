@@ -29,6 +29,17 @@ int OpenFolder(const QByteArray &path)
     return fd;
 }
 
+// Why OpenFolder failed with `error`, in words that name what is in the way.
+QString FolderReason(const QByteArray &path, int error)
+{
+    struct stat st;
+    if (error == ENOTDIR)
+        return ThreadVideoSaving::tr("Something that is not a folder has that name.");
+    if (error == ENOENT && lstat(path.constData(), &st) == 0 && S_ISLNK(st.st_mode))
+        return ThreadVideoSaving::tr("A link of that name leads nowhere.");
+    return qt_error_string(error);
+}
+
 } // namespace
 
 ThreadVideoSaving::ThreadVideoSaving(QObject *parent) : QThread(parent)
@@ -70,7 +81,7 @@ QString ThreadVideoSaving::FolderProblem(const QString &folder)
         return QString();
     const int fd = OpenFolder(path);
     if (fd < 0)
-        return qt_error_string(errno);
+        return FolderReason(path, errno);
     close(fd);
     return QString();
 }
@@ -95,9 +106,10 @@ void ThreadVideoSaving::OnVideoSaving()
 
     // Every result is written through this descriptor, so the folder checked here is the one
     // written into, whatever becomes of its name meanwhile.
-    const int folder = OpenFolder(QFile::encodeName(m_destFolder));
+    const QByteArray path = QFile::encodeName(m_destFolder);
+    const int folder = OpenFolder(path);
     if (folder < 0) {
-        Q_EMIT SaveFailed(QString(), qt_error_string(errno));
+        Q_EMIT SaveFailed(QString(), FolderReason(path, errno));
         Q_EMIT SavingFinish();
         return;
     }

@@ -92,11 +92,12 @@ private Q_SLOTS:
             << "the result would overwrite the input %d/out/Repaired-Video-Files/b.mp4";
         QTest::newRow("a file named like the result folder")
             << QStringList{"%d/in/a.mov"} << "%d/taken" << tmp
-            << "the folder \"Repaired-Video-Files\" could not be created in %d/taken: Not a directory";
+            << "the folder \"Repaired-Video-Files\" could not be created in %d/taken: Something that is not "
+               "a folder";
         QTest::newRow("a link to nothing named like it")
             << QStringList{"%d/in/a.mov"} << "%d/dangling" << tmp
             << "the folder \"Repaired-Video-Files\" could not be "
-               "created in %d/dangling: No such file";
+               "created in %d/dangling: A link of that name leads nowhere";
         QTest::newRow("input is a link to its result")
             << QStringList{"%d/other/b.mp4"} << out << tmp
             << "the result would overwrite the input %d/other/b.mp4";

@@ -108,7 +108,9 @@ private Q_SLOTS:
         Watch(log, &w);
         w.SetInitialSettings({Source("a.mov", Pattern(100))}, m_dest);
         Finish(w);
-        QCOMPARE(log.Lines().mid(2), (QStringList{"SaveFailed(, Not a directory)", "SavingFinish()"}));
+        QCOMPARE(
+            log.Lines().mid(2),
+            (QStringList{"SaveFailed(, Something that is not a folder has that name.)", "SavingFinish()"}));
         QCOMPARE(Bytes::ReadFile(m_dest + "/a.mov"), QByteArray("the user's own"));
         QCOMPARE(QDir(m_dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 2);
     }
