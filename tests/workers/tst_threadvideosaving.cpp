@@ -97,8 +97,7 @@ private Q_SLOTS:
         QCOMPARE(Bytes::ReadFile(Saved("a.mov")), data);
     }
 
-    // The user's folder holds a video and a file of the result folder's name: nothing is written
-    // there, and the run says why.
+    // A file of the result folder's name beside the user's video: nothing is written, the run says why.
     void unusableFolder()
     {
         const QString blocker = m_dest + "/Repaired-Video-Files";
@@ -235,7 +234,6 @@ private Q_SLOTS:
         const bool full = to == "/dev/full";
         QCOMPARE(r.copied, quint64(full ? 0 : bytes));
         QCOMPARE(r.Reason().isEmpty(), r.Ok());
-        QCOMPARE(progress.value(0, 0), quint64(full ? 0 : MiB));
         if (r.Ok()) {
             QCOMPARE(Bytes::ReadFile(to), Pattern(bytes));
             QCOMPARE(progress.last(), quint64(bytes));
