@@ -89,6 +89,13 @@ uint Uid()
     return uint(geteuid());
 }
 
+// A free-space probe: ProbeUnusable when its output file cannot be claimed.
+qint64 FreeBytes(const QString &command, qint64 (*parse)(const QStringList &))
+{
+    QStringList lines;
+    return RunAndRead(command, TempFile(), &lines) ? parse(lines) : ProbeUnusable;
+}
+
 QString ConsoleUser()
 {
 #ifdef Q_OS_MACOS
@@ -177,22 +184,18 @@ QString OwnFixedPath(const char *name)
 
 qint64 ProbeFreeBytesRepairPage(const QString &path)
 {
-    QStringList lines;
-    if (!RunAndRead(OnMac ? MacProbe::FreeSpaceCommandRepairPage(path, Uid())
-                          : LinuxProbe::FreeSpaceCommandRepairPage(path, Uid()),
-                    TempFile(), &lines))
-        return ProbeUnusable;
-    return OnMac ? MacProbe::ParseFreeSpaceRepairPage(lines) : LinuxProbe::ParseDfAvailable(lines);
+    return OnMac
+               ? FreeBytes(MacProbe::FreeSpaceCommandRepairPage(path, Uid()),
+                           MacProbe::ParseFreeSpaceRepairPage)
+               : FreeBytes(LinuxProbe::FreeSpaceCommandRepairPage(path, Uid()), LinuxProbe::ParseDfAvailable);
 }
 
 qint64 ProbeFreeBytesSavePage(const QString &volume)
 {
-    QStringList lines;
-    if (!RunAndRead(OnMac ? MacProbe::FreeSpaceCommandSavePage(volume, Uid())
-                          : LinuxProbe::FreeSpaceCommandSavePage(volume, Uid()),
-                    TempFile(), &lines))
-        return ProbeUnusable;
-    return OnMac ? MacProbe::ParseFreeSpaceSavePage(lines) : LinuxProbe::ParseDfAvailable(lines);
+    return OnMac
+               ? FreeBytes(MacProbe::FreeSpaceCommandSavePage(volume, Uid()),
+                           MacProbe::ParseFreeSpaceSavePage)
+               : FreeBytes(LinuxProbe::FreeSpaceCommandSavePage(volume, Uid()), LinuxProbe::ParseDfAvailable);
 }
 
 QString ProbeBootOSVersion(bool powerPc)
