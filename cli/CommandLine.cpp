@@ -1,5 +1,7 @@
 #include "cli/CommandLine.h"
 
+#include "workers/ThreadVideoSaving.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QHash>
@@ -165,6 +167,13 @@ QString CheckOptions(const Options &options)
         error = CheckFolder("temporary", options.tempDir);
     if (!error.isEmpty())
         return error;
+    // Results are written nowhere but in the result folder: one that cannot be made or entered (a
+    // file or a dangling link of its name, no permission) ends the run here.
+    const QString results = QDir(options.outputDir).absoluteFilePath(ResultFolder);
+    error = ThreadVideoSaving::FolderProblem(results);
+    if (!error.isEmpty())
+        return QString("the folder \"%1\" could not be created in %2: %3")
+            .arg(ResultFolder, QDir(options.outputDir).absolutePath(), error);
 
     for (const QString &file : options.files) {
         const QFileInfo result(ResultPath(options.outputDir, file));

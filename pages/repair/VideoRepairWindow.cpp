@@ -10,6 +10,7 @@
 #include "pages/repair/PagePreview.h"
 #include "pages/repair/RepairResults.h"
 #include "pages/save/VideoSavingWindow.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "rebuild/TrackDescription.h"
@@ -462,7 +463,11 @@ void VideoRepairWindow::OnItemClicked(QTreeWidgetItem *item, int)
 
 QString VideoRepairWindow::TempFolder()
 {
-    return "/var/tmp/.CorvaneVideoRepairTemp";
+    // Made afresh by every Repair and removed by Back, close and the preferences: none of that can
+    // touch another running copy's working files. The name is this account's own, the command line
+    // never uses it (its working folders are private ones), and SingleInstance lets one window
+    // program run per account.
+    return OwnFixedPath(ProbeFiles::RepairTemp);
 }
 
 namespace {
@@ -492,18 +497,13 @@ QString VideoRepairWindow::GetTempLocation()
     }
     if (!IsOwnFolder(name))
         return QString();
-    RunShell("chmod -R 777 /var/tmp/.CorvaneVideoRepairTemp");
+    RunShell("chmod -R 777 " + ShellQuoteIfNeeded(folder));
     return folder;
 }
 
 qint64 VideoRepairWindow::GetFree(const QString &path)
 {
     return ProbeFreeBytesRepairPage(path);
-}
-
-bool VideoRepairWindow::GetFreeSpace(long long needed, const QString &path)
-{
-    return needed <= GetFree(path);
 }
 
 void VideoRepairWindow::SetRunningControls(bool running)
@@ -518,8 +518,10 @@ void VideoRepairWindow::SetRunningControls(bool running)
 void VideoRepairWindow::OnRepairVideoFiles()
 {
     const QString folder = GetTempLocation();
-    if (folder.isEmpty())
-        return; // no working folder of our own: nothing may be written for this run
+    if (folder.isEmpty()) { // no working folder of our own: nothing may be written for this run
+        WarnPathTaken(this, tr("The working folder for the repair could not be made."), TempFolder());
+        return;
+    }
     QStringList paths;
     quint64 total = 0;
     const QList<QTreeWidgetItem *> rows = AllRows(m_tree);
@@ -534,7 +536,13 @@ void VideoRepairWindow::OnRepairVideoFiles()
         row->setText(MyRightTreeWidgetItem::TemporaryPath, folder + "/" + QFileInfo(path).fileName());
     }
 
-    if (!GetFreeSpace(static_cast<long long>(total), "/")) {
+    const qint64 free = GetFree("/");
+    if (free == ProbeUnusable) {
+        WarnPathTaken(this, tr("The free space on the boot drive could not be checked."),
+                      OwnFixedPath(ProbeFiles::TempFile));
+        return;
+    }
+    if (static_cast<long long>(total) > free) {
         QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
                         tr("Insufficient space on boot drive to save temporary data."), QMessageBox::Ok, this);
         box.setInformativeText(tr("Sufficient space to save temporary data is not available on boot drive. "
@@ -669,6 +677,7 @@ void VideoRepairWindow::StoreGeometry()
 void VideoRepairWindow::OnGoBack()
 {
     RunShell("rm -R " + ShellQuote(TempFolder()));
+    PagePreview::CleanPreviews();
     m_root = nullptr;
     StoreGeometry(); // m_bMax is never cleared here: a page once maximised keeps reporting it
     hide();
@@ -736,7 +745,7 @@ void VideoRepairWindow::RemoveRunLeftovers()
 
 void VideoRepairWindow::GetQuickLookProcessID()
 {
-    lstProcessID = ProbePreviewProcessIds();
+    lstProcessID = ThreadPreview::RunningPreviews();
 }
 
 void VideoRepairWindow::OnPreviewMovFile()

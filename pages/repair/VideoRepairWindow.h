@@ -40,7 +40,6 @@ public:
     QString GetSizeOfItem(qint64 bytes) const;
     // Free bytes of the volume holding path; virtual so that tests can stand in for a full disk.
     virtual qint64 GetFree(const QString &path);
-    bool GetFreeSpace(long long needed, const QString &path);
     void GetQuickLookProcessID();
 
     // Where the working copies go; the same folder for every run.

@@ -99,6 +99,14 @@ private Q_SLOTS:
                 colours.insert(window.pixel(x, y));
         QVERIFY2(colours.size() > 100, "the window shows its pictures");
 
+        // A second start hands over to the running program and ends.
+        QProcess second;
+        second.setProcessEnvironment(env);
+        second.start(CORVANE_PROGRAM, QStringList());
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(program.state(), QProcess::Running);
+
         program.terminate();
         if (!program.waitForFinished(5000))
             program.kill();

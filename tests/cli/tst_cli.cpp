@@ -23,10 +23,12 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
-        for (const char *folder : {"in", "other", "out/Repaired-Video-Files", "tmp"})
+        for (const char *folder : {"in", "other", "out/Repaired-Video-Files", "tmp", "taken", "dangling"})
             QVERIFY(QDir().mkpath(m_dir.filePath(folder)));
-        for (const char *file : {"in/a.mov", "other/a.mov", "out/Repaired-Video-Files/b.mp4"})
+        for (const char *file :
+             {"in/a.mov", "other/a.mov", "out/Repaired-Video-Files/b.mp4", "taken/Repaired-Video-Files"})
             QVERIFY(Bytes::WriteFile(m_dir.filePath(file), "data"));
+        QVERIFY(QFile::link(m_dir.filePath("nowhere"), m_dir.filePath("dangling/Repaired-Video-Files")));
         QVERIFY(QFile::link(m_dir.filePath("out/Repaired-Video-Files/b.mp4"), m_dir.filePath("other/b.mp4")));
     }
 
@@ -88,6 +90,14 @@ private Q_SLOTS:
         QTest::newRow("input is its own result, by another path")
             << QStringList{"%d/out/Repaired-Video-Files/b.mp4"} << "%d/in/../out" << tmp
             << "the result would overwrite the input %d/out/Repaired-Video-Files/b.mp4";
+        QTest::newRow("a file named like the result folder")
+            << QStringList{"%d/in/a.mov"} << "%d/taken" << tmp
+            << "the folder \"Repaired-Video-Files\" could not be created in %d/taken: Something that is not "
+               "a folder";
+        QTest::newRow("a link to nothing named like it")
+            << QStringList{"%d/in/a.mov"} << "%d/dangling" << tmp
+            << "the folder \"Repaired-Video-Files\" could not be "
+               "created in %d/dangling: A link of that name leads nowhere";
         QTest::newRow("input is a link to its result")
             << QStringList{"%d/other/b.mp4"} << out << tmp
             << "the result would overwrite the input %d/other/b.mp4";

@@ -1,11 +1,11 @@
-// A destination that fills up while the save page saves: the run still ends, the page returns to
-// browsing and nothing crashes. Needs a small tmpfs, so it runs only where mounting is allowed.
+// A destination that fills up while saving: the page says which files failed and why, no cut-off file
+// stays, the command line calls such a file failed. Needs a small tmpfs, where mounting is allowed.
 
+#include "Fixtures.h"
 #include "ModalAnswerer.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
 #include "pages/save/FolderDialog.h"
-#include "pages/save/SavingFinishDlg.h"
 #include "pages/save/VideoSavingWindow.h"
 #include "repair/ProcessFlags.h"
 
@@ -77,21 +77,16 @@ private Q_SLOTS:
         page.show();
         ChooseFolder = [this] { return m_mount; };
 
-        bool finished = false;
-        QTimer answer;
-        connect(&answer, &QTimer::timeout, [&finished] {
-            auto *dlg = qobject_cast<SavingFinishDlg *>(QApplication::activeModalWidget());
-            if (dlg && QThread::currentThread()->loopLevel() > 0) {
-                finished = true;
-                dlg->accept();
-            }
-        });
-        answer.start(10);
-        ModalAnswerer noBoxes(QMessageBox::Ok, 1000);
+        ModalAnswerer failures(QMessageBox::Ok, 30000);
         page.findChild<QPushButton *>("SaveButton")->click();
-        QVERIFY(QTest::qWaitFor([&finished] { return finished; }, 30000));
+        QTRY_VERIFY_WITH_TIMEOUT(failures.Answered(), 30000);
         QTRY_VERIFY(!bProcessRunning);
-        QVERIFY(!noBoxes.Answered());
+        const QString folder = m_mount + "/Repaired-Video-Files";
+        QCOMPARE(failures.Text(), "2 file(s) could not be saved in " + folder + ".");
+        QCOMPARE(failures.InformativeText(),
+                 QString("clip1.mov: No space left on device\nclip2.mov: No space left on device"));
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"clip0.mov"});
+        QVERIFY(!QApplication::activeModalWidget()); // no "File saved successfully."
 
         // Browsing again, as after any save: nothing ticked, Back usable, no progress shown.
         QVERIFY(page.Tree()->isEnabled());
@@ -104,6 +99,26 @@ private Q_SLOTS:
         QFile first(m_mount + "/Repaired-Video-Files/clip0.mov");
         QVERIFY(first.open(QIODevice::ReadOnly));
         QCOMPARE(first.readAll(), QByteArray(1536 * 1024, 'a'));
+    }
+
+    // A result larger than the disk (about 2.8 MB): failed, exit 1, and no cut-off file.
+    void commandLine()
+    {
+        Fixtures::Clip big;
+        big.seconds = 3;
+        big.extra = QStringList{"-vf", "noise=alls=60:allf=t"}; // noise does not compress
+        const QString clip = m_dir.filePath("big.mp4");
+        QVERIFY(Fixtures::Make(clip, big));
+        QProcess run;
+        run.start(CORVANE_REPAIR_BIN,
+                  {"--structural-only", "--output", m_mount, "--temp", m_dir.path(), clip});
+        QVERIFY(run.waitForFinished(60000));
+        QCOMPARE(run.exitCode(), 1);
+        const QString result = m_mount + "/Repaired-Video-Files/big.mp4";
+        QCOMPARE(QString::fromLocal8Bit(run.readAllStandardOutput()).section('\n', 0, 0),
+                 "Repair Failed: " + clip + " (could not be saved to " + result +
+                     ": No space left on device)");
+        QVERIFY(!QFileInfo::exists(result));
     }
 };
 

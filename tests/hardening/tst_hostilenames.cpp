@@ -14,6 +14,7 @@
 #include "pages/save/SavingFinishDlg.h"
 #include "pages/save/VideoSavingWindow.h"
 #include "repair/ProcessFlags.h"
+#include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
 #include <QApplication>
@@ -201,7 +202,7 @@ private Q_SLOTS:
         const QStringList earlier = lstRunningFilePath;
         QFile::remove(m_previewLog);
         m_page.SavingWindow()->OnDoubleClicked(SaveRow(name), 0);
-        const QString copy = VideoRepairWindow::TempFolder() + "/ " + name;
+        const QString copy = PreviewCopyName(VideoRepairWindow::TempFolder() + "/" + name);
         QCOMPARE(lstRunningFilePath, QStringList{copy});
         QTRY_COMPARE(ReadAll(m_previewLog), QFile::encodeName(copy));
         QCOMPARE(ReadAll(copy), ReadAll(VideoRepairWindow::TempFolder() + "/" + name));

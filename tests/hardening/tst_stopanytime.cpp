@@ -116,7 +116,7 @@ class TstStopAnyTime : public QObject
         log.Watch(&worker, &ThreadVideoSaving::SavingFinish, "SavingFinish");
         // A slow disk: a saving run of small files then lasts long beside the jitter of a loaded
         // machine's sleeps, so that the stops land inside it.
-        connect(&worker, &ThreadVideoSaving::ProgressValue, &worker, [] { QThread::usleep(100); },
+        connect(&worker, &ThreadVideoSaving::ProgressValue, &worker, [] { QThread::usleep(3000); },
                 Qt::DirectConnection);
         worker.SetInitialSettings(m_saveSources, destination);
         if (seed)
@@ -158,9 +158,9 @@ private Q_SLOTS:
             QVERIFY(Fixtures::Make(m_sources.last(), clip));
             m_sourceBytes << ReadAll(m_sources.last());
         }
-        // Saving copies 1 KiB at a time: three files of a few hundred chunks each.
+        // Saving copies 1 MiB at a time: three files of four blocks each.
         for (int i = 0; i < 3; ++i) {
-            QByteArray bytes(256 * 1024 + 517 * i, '\0');
+            QByteArray bytes(4 * 1024 * 1024 - 517 * i, '\0');
             for (int j = 0; j < bytes.size(); ++j)
                 bytes[j] = char(j * 31 + i);
             m_saveSources << in + QString("/save-%1.mov").arg(i);

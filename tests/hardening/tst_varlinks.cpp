@@ -4,16 +4,15 @@
 #include "Fixtures.h"
 #include "ModalAnswerer.h"
 #include "pages/repair/VideoRepairWindow.h"
-#include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
 #include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "repair/ProcessFlags.h"
-#include "workers/PreviewCopy.h"
 
 #include <QDir>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -46,7 +45,7 @@ int Mode(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
 }
 
-enum Probe { FreeRepair, FreeSave, OsVersion, PreviewIds, Browser };
+enum Probe { FreeRepair, FreeSave, OsVersion, Browser };
 
 QString RunProbe(int probe)
 {
@@ -57,8 +56,6 @@ QString RunProbe(int probe)
         return QString::number(ProbeFreeBytesSavePage("/") > 0);
     case OsVersion:
         return ProbeBootOSVersion(false);
-    case PreviewIds:
-        return QString::number(!ProbePreviewProcessIds().isEmpty());
     default:
         return ProbeDefaultBrowser();
     }
@@ -73,6 +70,15 @@ class TstVarLinks : public QObject
     QTemporaryDir m_dir;
 
     QString Victim() const { return m_dir.filePath("victim"); }
+
+    QString Clip()
+    {
+        const QString source = m_dir.filePath("clip.mp4");
+        Fixtures::Clip clip;
+        clip.seconds = 1;
+        clip.size = "160x120";
+        return QFileInfo::exists(source) || Fixtures::Make(source, clip) ? source : QString();
+    }
 
 private Q_SLOTS:
     void initTestCase()
@@ -96,12 +102,11 @@ private Q_SLOTS:
     void cleanup()
     {
         qunsetenv("REPLANT");
-        for (const QString &path : {QString(ProbeFiles::TempFile), QString(ProbeFiles::Browser),
-                                    QString(RevealScriptPath), VideoRepairWindow::TempFolder()})
+        for (const QString &path : {OwnFixedPath(ProbeFiles::TempFile), OwnFixedPath(ProbeFiles::Browser),
+                                    OwnFixedPath(ProbeFiles::RevealScript), VideoRepairWindow::TempFolder()})
             if (IsLink(path))
                 QFile::remove(path);
         QDir(VideoRepairWindow::TempFolder()).removeRecursively();
-        QDir(ProbeFiles::TempFile).removeRecursively(); // left by probeBlockedByFolder
         QDir(Victim()).removeRecursively();
         QFile::remove(Victim());
     }
@@ -110,11 +115,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("probe");
         QTest::addColumn<QString>("file");
-        QTest::newRow("free space, repair page") << int(FreeRepair) << ProbeFiles::TempFile;
-        QTest::newRow("free space, save page") << int(FreeSave) << ProbeFiles::TempFile;
-        QTest::newRow("system version") << int(OsVersion) << ProbeFiles::TempFile;
-        QTest::newRow("preview processes") << int(PreviewIds) << ProbeFiles::TempFile;
-        QTest::newRow("default browser") << int(Browser) << ProbeFiles::Browser;
+        QTest::newRow("free space, repair page") << int(FreeRepair) << OwnFixedPath(ProbeFiles::TempFile);
+        QTest::newRow("free space, save page") << int(FreeSave) << OwnFixedPath(ProbeFiles::TempFile);
+        QTest::newRow("system version") << int(OsVersion) << OwnFixedPath(ProbeFiles::TempFile);
+        QTest::newRow("default browser") << int(Browser) << OwnFixedPath(ProbeFiles::Browser);
     }
 
     void probes()
@@ -130,47 +134,17 @@ private Q_SLOTS:
         QVERIFY(!IsLink(file));
     }
 
-    // Something that cannot be removed stands under the name: the probe gives nothing and leaves
-    // it alone.
-    void probeBlockedByFolder()
-    {
-        QFile::remove(ProbeFiles::TempFile);
-        QVERIFY(QDir().mkdir(ProbeFiles::TempFile));
-        QVERIFY(Write(QString(ProbeFiles::TempFile) + "/inside", "x"));
-        QCOMPARE(ProbeFreeBytesRepairPage("/"), 0);
-        QCOMPARE(ProbeBootOSVersion(false), QString());
-        QCOMPARE(ReadAll(QString(ProbeFiles::TempFile) + "/inside"), QByteArray("x"));
-    }
-
     void revealScript()
     {
         QVERIFY(Write(Victim(), "#!/bin/sh\nexit 0\n"));
-        QFile::remove(RevealScriptPath);
-        QVERIFY(QFile::link(Victim(), RevealScriptPath));
+        const QString script = OwnFixedPath(ProbeFiles::RevealScript);
+        QFile::remove(script);
+        QVERIFY(QFile::link(Victim(), script));
         const QString folder = m_dir.filePath("Repaired-Video-Files");
         SavingFinishDlg(nullptr, folder).ShowDestPath();
         QTRY_COMPARE(ReadAll(m_dir.filePath("xdg-open.arg")), QFile::encodeName(folder));
         QCOMPARE(ReadAll(Victim()), QByteArray("#!/bin/sh\nexit 0\n"));
-        QVERIFY(!QFileInfo::exists(RevealScriptPath) && !IsLink(RevealScriptPath));
-    }
-
-    // The user's own file has the preview copy's name, so the copy goes to the private folder,
-    // whose name in the shared temporary folder can be guessed.
-    void previewFolder()
-    {
-        const QString source = m_dir.filePath("mine.mov");
-        QVERIFY(Write(source, "video") && Write(PreviewCopyName(source), "my own"));
-        const QString guessed = QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
-                                "/CorvaneVideoPreview-" + QString::number(QCoreApplication::applicationPid());
-        QDir(guessed).removeRecursively();
-        QVERIFY(QDir().mkdir(Victim()));
-        QVERIFY(QFile::link(Victim(), guessed));
-        const QString copy = MakePreviewCopy(source);
-        QCOMPARE(copy, guessed + "/ mine.mov");
-        QCOMPARE(ReadAll(copy), QByteArray("video"));
-        QVERIFY(!IsLink(guessed));
-        QCOMPARE(QDir(Victim()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
-        QDir(guessed).removeRecursively();
+        QVERIFY(!QFileInfo::exists(script) && !IsLink(script));
     }
 
     // A link to a folder of the test's stands under the working folder's name, before the run or
@@ -185,11 +159,8 @@ private Q_SLOTS:
     void workingFolder()
     {
         QFETCH(bool, replant);
-        const QString source = m_dir.filePath("clip.mp4");
-        Fixtures::Clip clip;
-        clip.seconds = 1;
-        clip.size = "160x120";
-        QVERIFY(QFileInfo::exists(source) || Fixtures::Make(source, clip));
+        const QString source = Clip();
+        QVERIFY(!source.isEmpty());
 
         const QString temp = VideoRepairWindow::TempFolder();
         QDir(temp).removeRecursively();
@@ -218,6 +189,47 @@ private Q_SLOTS:
         QCOMPARE(Mode(Victim()), 0700);
         QVERIFY(!IsLink(temp));
         QVERIFY(QFileInfo(temp + "/clip.mp4").size() > 0);
+    }
+
+    // Names under /var/tmp held by something the program may not remove (a folder of another
+    // account's that is mounted there cannot go): another account's names are none of this one's
+    // business, and its own, when taken, are reported rather than met with silence.
+    void takenNames_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("box"); // empty when the repair runs
+        QTest::newRow("another account's probe file") << "/var/tmp/TempFile" << QString();
+        QTest::newRow("another account's working folder") << "/var/tmp/.CorvaneVideoRepairTemp" << QString();
+        QTest::newRow("our probe file")
+            << OwnFixedPath(ProbeFiles::TempFile) << "The free space on the boot drive could not be checked.";
+        QTest::newRow("our working folder")
+            << VideoRepairWindow::TempFolder() << "The working folder for the repair could not be made.";
+    }
+
+    void takenNames()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, box);
+        const QString source = Clip();
+        QVERIFY(!source.isEmpty());
+        QVERIFY(QDir().mkpath(path));
+        const auto unmount = qScopeGuard([&path] {
+            QProcess::execute("umount", {path});
+            QDir().rmdir(path);
+        });
+        if (QProcess::execute("mount",
+                              {"-t", "tmpfs", "-o", "size=64k,uid=65534,mode=0755", "tmpfs", path}) != 0)
+            QSKIP("mounting a tmpfs is not permitted here");
+
+        VideoRepairWindow page;
+        page.OnInitialSettings();
+        page.AddFiles({source});
+        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
+        ModalAnswerer answer(QMessageBox::Ok, 1000);
+        page.OnRepairVideoFiles();
+        QVERIFY(box.isEmpty() ? finished.wait(60000) : finished.isEmpty());
+        QTRY_VERIFY(!bProcessRunning);
+        QCOMPARE(answer.Text(), box);
     }
 };
 

@@ -7,6 +7,8 @@
 #include "pages/save/LogReportDlg.h"
 #include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
+#include "probes/ProbeText.h"
+#include "probes/ShellProbes.h"
 
 #include <QDir>
 #include <QProcess>
@@ -98,7 +100,7 @@ private Q_SLOTS:
         SavingFinishDlg(nullptr, folder).ShowDestPath();
         QDir::setCurrent(cwd);
 
-        QVERIFY(!QFileInfo::exists(RevealScriptPath));
+        QVERIFY(!QFileInfo::exists(OwnFixedPath(ProbeFiles::RevealScript)));
         QTRY_COMPARE(Bytes::ReadFile(m_dir.filePath("xdg-open.args")), folder.toUtf8() + '\0');
         const QByteArray uri = QUrl::fromLocalFile(folder).toEncoded().replace(",", "%2C");
         QVERIFY(

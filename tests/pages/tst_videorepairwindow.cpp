@@ -91,6 +91,20 @@ class TstVideoRepairWindow : public QObject
         return path;
     }
 
+    // A stand-in preview program in a bundle's place: it logs its argument, then stays open.
+    QString FakePreviewer(const QString &log)
+    {
+        const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
+        QDir().mkpath(bin);
+        const QString fake = bin + "/VideoFileUtil";
+        QFile f(fake);
+        f.open(QIODevice::WriteOnly);
+        f.write(QString("#!/bin/sh\necho \"$1\" >> '%1'\nexec sleep 30\n").arg(log).toUtf8());
+        f.close();
+        QFile::setPermissions(fake, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        return fake;
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -231,14 +245,15 @@ private Q_SLOTS:
         QCOMPARE(Bar(&page, "progressBarOverAll")->maximum(), 3);
         QCOMPARE(Bar(&page, "progressBarOverAll")->value(), 2); // the last of the three files
 
-        // After the run a preview plays a copy made beside the working copy.
+        // After the run a preview plays a copy in the program's own folder.
         strPreviewerPath = "/bin/true";
         QTreeWidgetItem *mp4 = nullptr;
         for (int i = 0; i < root->childCount(); ++i)
             if (root->child(i)->text(Col::Name) == "good.mp4")
                 mp4 = root->child(i);
         page.OnDoubleClicked(mp4, 0);
-        QCOMPARE(lstRunningFilePath, QStringList{VideoRepairWindow::TempFolder() + "/ good.mp4"});
+        QCOMPARE(lstRunningFilePath,
+                 QStringList{PreviewCopyName(VideoRepairWindow::TempFolder() + "/good.mp4")});
         QVERIFY(QFileInfo::exists(lstRunningFilePath.first()));
 
         // The save page takes over, with each row's outcome.
@@ -388,17 +403,8 @@ private Q_SLOTS:
     // double-click on the root only folds the list, and a file that has gone is not played.
     void previewTwice()
     {
-        const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
-        QDir().mkpath(bin);
         const QString log = m_dir.filePath("previewer.log");
-        const QString fake = bin + "/VideoFileUtil";
-        {
-            QFile f(fake);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(QString("#!/bin/sh\necho \"$1\" >> '%1'\nexec sleep 30\n").arg(log).toUtf8());
-        }
-        QFile::setPermissions(fake, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        strPreviewerPath = fake;
+        strPreviewerPath = FakePreviewer(log);
 
         Page page;
         page.OnInitialSettings();
@@ -430,28 +436,31 @@ private Q_SLOTS:
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
     }
 
-    // A file of the user's that already has the copy's name is left alone.
-    void previewNeverOverwritesAUsersFile()
+    // A preview before a run writes nothing beside the user's file and leaves nothing behind after
+    // Back; a preview program this process did not start (another running copy's, or another
+    // account's) is never ended.
+    void previewLeavesNothingAndEndsOnlyItsOwn()
     {
-        strPreviewerPath = "/bin/true";
-        const QString source = File("mine.mov", 100);
-        const QString taken = PreviewCopyName(source);
-        {
-            QFile f(taken);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("my own file");
-        }
+        strPreviewerPath = FakePreviewer(m_dir.filePath("own.log"));
+        const QString theirs = m_dir.filePath("VideoFileUtil.app/Contents/MacOS/VideoFileUtil");
+        QDir().mkpath(QFileInfo(theirs).path());
+        QFile::copy(QStandardPaths::findExecutable("sleep"), theirs);
+        QProcess foreign;
+        foreign.start(theirs, {"30"});
+        QVERIFY(foreign.waitForStarted());
         Page page;
         page.OnInitialSettings();
-        page.answer = QStringList{source};
+        page.answer = QStringList{File("mine.mov", 100)};
         page.OnAddVideoFile();
         page.OnDoubleClicked(page.Tree()->topLevelItem(0)->child(0), 0);
-        QCOMPARE(lstRunningFilePath.size(), 1);
-        QVERIFY(lstRunningFilePath.first() != taken);
-        QCOMPARE(QFileInfo(lstRunningFilePath.first()).size(), 100);
-        QFile f(taken);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        QCOMPARE(f.readAll(), QByteArray("my own file"));
+        const QString copy = lstRunningFilePath.value(0);
+        QCOMPARE(QFileInfo(copy).size(), 100);
+        QCOMPARE(QDir(m_dir.path()).entryList({"*mine.mov"}), QStringList{"mine.mov"});
+        page.OnGoBack();
+        QVERIFY(!QFileInfo::exists(copy));
+        QVERIFY(!foreign.waitForFinished(300));
+        foreign.kill();
+        foreign.waitForFinished();
     }
 };
 

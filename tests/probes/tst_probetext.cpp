@@ -108,19 +108,16 @@ private Q_SLOTS:
             QCOMPARE(LinuxProbe::ExecProgram(head + "Exec=" + exec + "\n"), QString());
     }
 
-    void previewProcessIds()
+    // Every account has its own output files: another's leftovers never answer for it.
+    void commandsNameTheUsersFiles()
     {
-        // The grep line's own process id is collected too; lines without a number are not.
-        const QStringList ps{
-            "  312 ??         0:01.20 /Applications/X.app/Contents/Resources/Corvane.app/Contents/"
-            "Resources/VideoFileUtil.app/Contents/MacOS/VideoFileUtil /var/tmp/ a.mov",
-            "  401 ttys000    0:00.00 grep /VideoFileUtil.app/Contents/MacOS/VideoFileUtil",
-            "  402 ttys000    0:00.00 /usr/bin/other",
-            "  x17 odd line /VideoFileUtil.app/Contents/MacOS/VideoFileUtil",
-            "    0 /VideoFileUtil.app/Contents/MacOS/VideoFileUtil"};
-        QCOMPARE(ParsePreviewProcessIds(ps), (QList<unsigned int>{312, 401}));
+        QCOMPARE(LinuxProbe::FreeSpaceCommandRepairPage("/", 1000),
+                 QString("timeout 10 df -P -B1 / >> /var/tmp/TempFile-1000"));
+        QCOMPARE(MacProbe::OsVersionCommand(true, 501),
+                 QString("sw_vers | grep ProductVersion >& /var/tmp/TempFile-501"));
+        QCOMPARE(ProbeFiles::ForUser(ProbeFiles::RepairTemp, 7),
+                 QString("/var/tmp/.CorvaneVideoRepairTemp-7"));
     }
-
 };
 
 QTEST_APPLESS_MAIN(TestProbeText)

@@ -1,5 +1,6 @@
 // The probes running for real on this machine, and shell quoting through a real shell.
 #include "Bytes.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 
@@ -49,7 +50,7 @@ private Q_SLOTS:
         const qint64 repairPage = ProbeFreeBytesRepairPage("/");
         QVERIFY(repairPage > 0);
         QVERIFY2(qAbs(repairPage - expected) <= expected / 100, qPrintable(QString::number(repairPage)));
-        QVERIFY(!QFile::exists("/var/tmp/TempFile"));
+        QVERIFY(!QFile::exists(OwnFixedPath(ProbeFiles::TempFile)));
 
         // A folder with blanks and quotes in its name is quoted and measured; a missing one is 0.
         QTemporaryDir dir;
@@ -96,33 +97,8 @@ private Q_SLOTS:
         QCOMPARE(ProbeDefaultBrowser(), program);
         QCOMPARE(StrUserPath, getuid() == 0 ? QString("/root/") : QString("/home/"));
         QVERIFY(!StrUserName.isEmpty());
-        QVERIFY(!QFile::exists("/var/tmp/browser"));
+        QVERIFY(!QFile::exists(OwnFixedPath(ProbeFiles::Browser)));
     }
-
-    void previewProcessLookup()
-    {
-        QTemporaryDir dir;
-        const QString folder = dir.filePath("Bundle/VideoFileUtil.app/Contents/MacOS");
-        QVERIFY(QDir().mkpath(folder));
-        const QString fake = folder + "/VideoFileUtil";
-        QVERIFY(QFile::copy(QStandardPaths::findExecutable("sleep"), fake));
-
-        QProcess previewer;
-        previewer.start(fake, {"60"});
-        QVERIFY(previewer.waitForStarted());
-        const unsigned int id = unsigned(previewer.processId());
-
-        const QList<unsigned int> running = ProbePreviewProcessIds();
-        QVERIFY(running.contains(id));
-        QVERIFY2(running.size() >= 2, "the lookup's own grep line is collected too");
-        QVERIFY(IsPreviewProcess(id) && !IsPreviewProcess(unsigned(getpid())));
-        KillPreviewProcess(unsigned(getpid())); // not a previewer: nothing is sent
-        KillPreviewProcess(id);
-        QVERIFY(previewer.waitForFinished(5000));
-        QCOMPARE(previewer.exitStatus(), QProcess::CrashExit);
-        QVERIFY(!ProbePreviewProcessIds().contains(id));
-    }
-
 };
 
 QTEST_GUILESS_MAIN(TestShellProbes)

@@ -27,6 +27,7 @@ private:
     static QString Join() { return {}; }
     static QString Join(unsigned long v) { return QString::number(v); }
     static QString Join(const QString &s) { return s; }
+    static QString Join(const QString &a, const QString &b) { return a + ", " + b; }
 
     mutable QMutex m_mutex;
     QStringList m_lines;

@@ -1,7 +1,9 @@
-// The saving worker: chunked copies into "Repaired-Video-Files", its signals, and stop requests.
+// The saving worker: block copies into "Repaired-Video-Files", its signals, failures and stop
+// requests; and the copy routine beneath it.
 
 #include "Bytes.h"
 #include "SignalLog.h"
+#include "repair/BlockCopy.h"
 #include "repair/ProcessFlags.h"
 #include "workers/ThreadVideoSaving.h"
 
@@ -9,7 +11,12 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
+
+constexpr int MiB = 1 << 20;
 
 QByteArray Pattern(int size)
 {
@@ -27,6 +34,7 @@ void Watch(SignalLog &log, ThreadVideoSaving *w)
     log.Watch(w, &ThreadVideoSaving::Info, "Info");
     log.Watch(w, &ThreadVideoSaving::DestInfo, "DestInfo");
     log.Watch(w, &ThreadVideoSaving::OverAllMaxProgress, "OverAllMaxProgress");
+    log.Watch(w, &ThreadVideoSaving::SaveFailed, "SaveFailed");
     log.Watch(w, &ThreadVideoSaving::SavingFinish, "SavingFinish");
 }
 
@@ -68,9 +76,10 @@ private Q_SLOTS:
         bStopFlag = false;
     }
 
-    void chunks()
+    // Progress after the first block, then throttled, and always the size last.
+    void blocks()
     {
-        const QByteArray data = Pattern(2500);
+        const QByteArray data = Pattern(5 * MiB + 7);
         const QString a = Source("a.mov", data);
         ThreadVideoSaving w;
         SignalLog log;
@@ -79,11 +88,30 @@ private Q_SLOTS:
         Finish(w);
 
         const QString folder = QDir(m_dest + "/Repaired-Video-Files").absolutePath();
-        QCOMPARE(log.Lines(), (QStringList{"DestInfo(" + folder + ")", "OverAllMaxProgress(1)",
-                                           "Info(Saving a.mov file)", "OverAllProgressValue(0)",
-                                           "MaxProgress(2500)", "ProgressValue(1024)", "ProgressValue(2048)",
-                                           "ProgressValue(2500)", "SavingFinish()"}));
+        const QStringList progress = log.Only("ProgressValue");
+        QCOMPARE(log.Lines().mid(0, 6),
+                 (QStringList{"DestInfo(" + folder + ")", "OverAllMaxProgress(1)", "Info(Saving a.mov file)",
+                              "OverAllProgressValue(0)", "MaxProgress(5242887)", "ProgressValue(1048576)"}));
+        QCOMPARE(log.Lines().mid(5 + progress.size()), (QStringList{"SavingFinish()"}));
+        QCOMPARE(progress.last(), QString("ProgressValue(5242887)"));
         QCOMPARE(Bytes::ReadFile(Saved("a.mov")), data);
+    }
+
+    // A file of the result folder's name beside the user's video: nothing is written, the run says why.
+    void unusableFolder()
+    {
+        const QString blocker = m_dest + "/Repaired-Video-Files";
+        QVERIFY(Bytes::WriteFile(blocker, "mine") && Bytes::WriteFile(m_dest + "/a.mov", "the user's own"));
+        ThreadVideoSaving w;
+        SignalLog log;
+        Watch(log, &w);
+        w.SetInitialSettings({Source("a.mov", Pattern(100))}, m_dest);
+        Finish(w);
+        QCOMPARE(
+            log.Lines().mid(2),
+            (QStringList{"SaveFailed(, Something that is not a folder has that name.)", "SavingFinish()"}));
+        QCOMPARE(Bytes::ReadFile(m_dest + "/a.mov"), QByteArray("the user's own"));
+        QCOMPARE(QDir(m_dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 2);
     }
 
     void zeroByteSource()
@@ -139,23 +167,26 @@ private Q_SLOTS:
 
     void stopDuringSecondOfThree()
     {
-        const QStringList files{Source("a.mov", Pattern(3000)), Source("b.mov", Pattern(3000)),
-                                Source("c.mov", Pattern(3000))};
+        const QByteArray data = Pattern(3 * MiB);
+        const QStringList files{Source("a.mov", data), Source("b.mov", data), Source("c.mov", data)};
         ThreadVideoSaving w;
         SignalLog log;
         Watch(log, &w);
         bool second = false;
         connect(&w, &ThreadVideoSaving::OverAllProgressValue, &w, [&](unsigned long i) { second = i == 1; },
                 Qt::DirectConnection);
-        connect(&w, &ThreadVideoSaving::ProgressValue, &w, [&](unsigned long done) {
-            if (second && done == 1024)
-                bStopFlag = true;
-        }, Qt::DirectConnection);
+        connect(
+            &w, &ThreadVideoSaving::ProgressValue, &w,
+            [&](unsigned long done) {
+                if (second && done == MiB)
+                    bStopFlag = true;
+            },
+            Qt::DirectConnection);
         w.SetInitialSettings(files, m_dest);
         Finish(w);
 
-        QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(3000));
-        QCOMPARE(Bytes::ReadFile(Saved("b.mov")), Pattern(1024));
+        QCOMPARE(Bytes::ReadFile(Saved("a.mov")), data);
+        QCOMPARE(Bytes::ReadFile(Saved("b.mov")), data.left(MiB));
         QVERIFY(!QFileInfo::exists(Saved("c.mov")));
         QVERIFY(!log.Lines().contains("Info(Saving c.mov file)"));
         QCOMPARE(log.Lines().last(), QString("SavingFinish()"));
@@ -164,7 +195,49 @@ private Q_SLOTS:
         ThreadVideoSaving again;
         again.SetInitialSettings(files, m_dest);
         Finish(again);
-        QCOMPARE(Bytes::ReadFile(Saved("c.mov")), Pattern(3000));
+        QCOMPARE(Bytes::ReadFile(Saved("c.mov")), data);
+    }
+
+    // Both ways of copying (the kernel's between files, reads and writes from a pipe) see a source
+    // that ends early and a failed write.
+    void copyRoutine_data()
+    {
+        QTest::addColumn<bool>("pipe");
+        QTest::addColumn<int>("bytes"); // what the source holds; the copy is asked for 2 MiB + 3
+        QTest::addColumn<QString>("to");
+        QTest::addColumn<int>("status");
+        const QString file = m_dir.filePath("out");
+        QTest::newRow("pipe: whole") << true << 2 * MiB + 3 << file << int(BlockCopyResult::Complete);
+        for (bool pipe : {false, true}) {
+            const QByteArray how = pipe ? "pipe: " : "file: ";
+            QTest::newRow(how + "ends early") << pipe << MiB + 5 << file << int(BlockCopyResult::ReadFailed);
+            QTest::newRow(how + "full disk")
+                << pipe << MiB << "/dev/full" << int(BlockCopyResult::WriteFailed);
+        }
+    }
+
+    void copyRoutine()
+    {
+        QFETCH(bool, pipe);
+        QFETCH(int, bytes);
+        QFETCH(QString, to);
+        QFETCH(int, status);
+        const QString from = Source("in", Pattern(bytes));
+        FILE *in = pipe ? popen(qPrintable("cat " + from), "r") : fopen(qPrintable(from), "r");
+        const int out = open(QFile::encodeName(to).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        QList<quint64> progress;
+        const BlockCopyResult r =
+            CopyBlocks(fileno(in), out, 2 * MiB + 3, nullptr, [&](quint64 d) { progress << d; });
+        close(out);
+        pipe ? pclose(in) : fclose(in);
+        QCOMPARE(int(r.status), status);
+        const bool full = to == "/dev/full";
+        QCOMPARE(r.copied, quint64(full ? 0 : bytes));
+        QCOMPARE(r.Reason().isEmpty(), r.Ok());
+        if (r.Ok()) {
+            QCOMPARE(Bytes::ReadFile(to), Pattern(bytes));
+            QCOMPARE(progress.last(), quint64(bytes));
+        }
     }
 };
 
