@@ -486,18 +486,20 @@ QString VideoRepairWindow::GetTempLocation()
     const QString folder = TempFolder();
     RunShell("rm -R " + ShellQuote(folder)); // a planted link goes, not what it points to
     // /var/tmp is shared: somebody may plant a link under the folder's name at any moment, and the
-    // copies, the chmod -R below (it follows a link named on its command line) and the whole run
-    // would then go to wherever it points. mkdir never follows one; what stands in its way is
-    // removed once more (unlink takes a link itself) and the folder made again. Once it is ours,
-    // nobody else can replace it in the sticky /var/tmp. Empty when it cannot be made ours.
+    // copies and the whole run would then go to wherever it points. mkdir never follows one; what
+    // stands in its way is removed once more (unlink takes a link itself) and the folder made again.
+    // Once it is ours, nobody else can replace it in the sticky /var/tmp. Empty when it cannot be
+    // made ours.
     const QByteArray name = QFile::encodeName(folder);
-    if (::mkdir(name.constData(), 0777) != 0 && !IsOwnFolder(name)) {
+    if (::mkdir(name.constData(), 0700) != 0 && !IsOwnFolder(name)) {
         ::unlink(name.constData());
-        ::mkdir(name.constData(), 0777);
+        ::mkdir(name.constData(), 0700);
     }
     if (!IsOwnFolder(name))
         return QString();
-    RunShell("chmod -R 777 " + ShellQuoteIfNeeded(folder));
+    // The folder holds the user's repaired videos until they are saved: open to every account (as
+    // it once was, chmod -R 777) anyone could delete or replace them. It is the user's alone.
+    ::chmod(name.constData(), 0700);
     return folder;
 }
 

@@ -188,6 +188,7 @@ private Q_SLOTS:
         QCOMPARE(QDir(Victim()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
         QCOMPARE(Mode(Victim()), 0700);
         QVERIFY(!IsLink(temp));
+        QCOMPARE(Mode(temp), 0700); // the user's results are the user's alone
         QVERIFY(QFileInfo(temp + "/clip.mp4").size() > 0);
     }
 
