@@ -45,3 +45,16 @@ CloseAnswer AskToClose(QWidget *window)
         QMessageBox::No); // Enter must not close the program
     return answer == QMessageBox::Yes ? CloseAnswer::Yes : CloseAnswer::No;
 }
+
+void WarnPathTaken(QWidget *parent, const QString &text, const QString &path)
+{
+    QMessageBox box(QMessageBox::Warning,
+                    QCoreApplication::translate("MainWindow", "Corvane Aldrake Video Repair"), text,
+                    QMessageBox::Ok, parent);
+    box.setInformativeText(QCoreApplication::translate("MainWindow",
+                                                       "%1 is taken by something that is not this program's "
+                                                       "own, and it cannot be removed. Remove it, or ask the "
+                                                       "computer's administrator to, then try again.")
+                               .arg(path));
+    box.exec();
+}

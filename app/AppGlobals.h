@@ -24,6 +24,10 @@ extern bool CloseSuccess;
 enum class CloseAnswer { AlreadyAnswered, Running, Yes, No };
 CloseAnswer AskToClose(QWidget *window);
 
+// Tells the user that `text` (what could not be done) because the fixed path under /var/tmp that it
+// needs is taken by something the program may not remove, and what to do about it.
+void WarnPathTaken(QWidget *parent, const QString &text, const QString &path);
+
 // Makes the program's images reachable under ":/images". The resources live in a static library,
 // so they are registered by hand rather than by a static initialiser the linker may drop.
 void LoadProgramResources();

@@ -1,5 +1,7 @@
 #include "cli/CommandLine.h"
 
+#include "workers/ThreadVideoSaving.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QHash>
@@ -70,6 +72,21 @@ bool ParseArguments(const QStringList &args, Options *options, QString *error)
 
         const int eq = arg.startsWith("--") ? arg.indexOf('=') : -1;
         const QString name = eq < 0 ? arg : arg.left(eq);
+        // The value after '=' or in the next argument.
+        // A missing value is an error even where the option has a default to fall back on.
+        auto takeValue = [&](QString *value, const char *what) {
+            QString given;
+            if (eq >= 0)
+                given = arg.mid(eq + 1);
+            else if (i + 1 < args.size())
+                given = args.at(++i);
+            if (given.isEmpty()) {
+                *error = QString("option %1 needs a %2").arg(name, what);
+                return false;
+            }
+            *value = given;
+            return true;
+        };
         if (bool *flag = FlagTarget(name, &o)) {
             if (eq >= 0) {
                 *error = QString("option %1 takes no value").arg(name);
@@ -77,18 +94,13 @@ bool ParseArguments(const QStringList &args, Options *options, QString *error)
             }
             *flag = true;
         } else if (QString *value = ValueTarget(name, &o)) {
-            if (eq >= 0) {
-                *value = arg.mid(eq + 1);
-            } else if (i + 1 < args.size()) {
-                *value = args.at(++i);
-            } else {
-                *error = QString("option %1 needs a folder").arg(name);
+            if (!takeValue(value, "folder"))
                 return false;
-            }
-            if (value->isEmpty()) {
-                *error = QString("option %1 needs a folder").arg(name);
+        } else if (name == "--reference") {
+            QString reference;
+            if (!takeValue(&reference, "file"))
                 return false;
-            }
+            o.references << reference;
         } else {
             *error = QString("unknown option %1").arg(name);
             return false;
@@ -104,14 +116,16 @@ bool ParseArguments(const QStringList &args, Options *options, QString *error)
 
 QString UsageText(const QString &program)
 {
-    return QString("Usage: %1 [--output DIR] [--temp DIR] [--structural-only] [--keep-codecs] [--keep-temp] "
-                   "[--verbose] [--] FILE...\n"
+    return QString("Usage: %1 [--output DIR] [--temp DIR] [--reference FILE]... [--structural-only] "
+                   "[--keep-codecs] [--keep-temp] [--verbose] [--] FILE...\n"
                    "Repairs damaged QuickTime / ISO-media videos (.mov .mp4 .m4v .m4a .f4v). The files "
                    "themselves\n"
                    "are never written: the results go to DIR/Repaired-Video-Files.\n"
                    "\n"
                    "  --output DIR       where Repaired-Video-Files is made (default: the current folder)\n"
                    "  --temp DIR         where the private working folder is made (default: /var/tmp)\n"
+                   "  --reference FILE   a healthy recording from the same camera or phone, made with the\n"
+                   "                     same settings, to rebuild a lost index with (may be repeated)\n"
                    "  --structural-only  fix box headers only, without re-encoding\n"
                    "  --keep-codecs      keep the original codecs when the file plays without re-encoding\n"
                    "  --keep-temp        keep the working folder and the engine log\n"
@@ -142,11 +156,24 @@ QString CheckOptions(const Options &options)
         byName.insert(name, file);
     }
 
+    for (const QString &reference : options.references) {
+        const QFileInfo info(reference);
+        if (!info.isFile() || !info.isReadable())
+            return QString("cannot read the reference: %1").arg(reference);
+    }
+
     QString error = CheckFolder("output", options.outputDir);
     if (error.isEmpty())
         error = CheckFolder("temporary", options.tempDir);
     if (!error.isEmpty())
         return error;
+    // Results are written nowhere but in the result folder: one that cannot be made or entered (a
+    // file or a dangling link of its name, no permission) ends the run here.
+    const QString results = QDir(options.outputDir).absoluteFilePath(ResultFolder);
+    error = ThreadVideoSaving::FolderProblem(results);
+    if (!error.isEmpty())
+        return QString("the folder \"%1\" could not be created in %2: %3")
+            .arg(ResultFolder, QDir(options.outputDir).absolutePath(), error);
 
     for (const QString &file : options.files) {
         const QFileInfo result(ResultPath(options.outputDir, file));

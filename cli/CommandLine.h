@@ -24,6 +24,7 @@ struct Options
     bool verbose = false;
     bool help = false;
     QStringList files;
+    QStringList references; // --reference, in the order given
 };
 
 // Parses the arguments that follow the program name. Options may come before or after the files;
@@ -35,7 +36,8 @@ QString UsageText(const QString &program);
 
 // Checks the options against the file system before the run: every input is an existing, readable
 // file; no two inputs share a file name (their working copies and results would be one file); the
-// output and temporary folders exist and are writable; no input would be overwritten by a result.
+// output and temporary folders exist and are writable, and "Repaired-Video-Files" in the output
+// folder can be made or entered; no input would be overwritten by a result.
 // Returns the reason for refusing, or an empty text.
 QString CheckOptions(const Options &options);
 

@@ -9,6 +9,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QTemporaryDir>
 #include <QVector>
 
@@ -88,11 +89,15 @@ int RepairRun::Exec()
     ThreadVideoSaving saver;
     repair.SetReEncodingEnabled(!m_options.structuralOnly);
     repair.SetKeepOriginalCodecs(m_options.keepCodecs);
+    QStringList references;
+    for (const QString &reference : m_options.references)
+        references << QFileInfo(reference).absoluteFilePath();
+    repair.SetReferences(references);
     const StopSignal stop(m_console.ErrFd());
 
     bool aborted = false;
     connect(&repair, &ThreadVideoRepair::ProcessAborted, this, [&aborted] { aborted = true; });
-    // Progress comes as a queued signal per scan step or 1 KB saved: listen only when it is shown.
+    // Progress comes as a queued signal per scan step: listen only when it is shown.
     if (m_barEnabled) {
         connect(&repair, &ThreadVideoRepair::OverAllMaxProgress, this, [this, &names](unsigned long) {
             Stage(++m_passes == 1 ? "Repairing" : "Re-encoding", names);
@@ -131,9 +136,14 @@ int RepairRun::Exec()
     const QString resultFolder = QDir(m_options.outputDir).absoluteFilePath("Repaired-Video-Files");
     const bool folderExisted = QFileInfo::exists(resultFolder);
     int inHand = -1; // the file the saver is copying
+    QHash<QString, QString> saveFailures; // file name, or "" for the result folder: why
     if (!copies.isEmpty()) {
         connect(&saver, &ThreadVideoSaving::OverAllProgressValue, this,
                 [&inHand](unsigned long index) { inHand = int(index); });
+        connect(&saver, &ThreadVideoSaving::SaveFailed, this,
+                [&saveFailures](const QString &file, const QString &reason) {
+                    saveFailures.insert(file, reason);
+                });
         Stage("Saving", saveNames);
         if (!StopSignal::Requested())
             RunUntilEnd(&saver, [&] { saver.SetInitialSettings(copies, m_options.outputDir); });
@@ -163,13 +173,20 @@ int RepairRun::Exec()
     }
 
     ClearBar();
+    if (saveFailures.contains(QString())) { // checked before the run, but it can change meanwhile
+        m_console.Err(
+            QString("corvane-repair: the folder \"Repaired-Video-Files\" could not be created in %1: %2")
+                .arg(QDir(m_options.outputDir).absolutePath(), saveFailures.value(QString())));
+        return finish(ExitUsage);
+    }
     int repaired = 0;
     for (int i = 0; i < sources.size(); ++i) {
         const QString result = ResultPath(m_options.outputDir, sources.at(i));
         QString note;
         if (!failed[i] && !SameSize(result, work.path() + "/" + names.at(i))) {
             failed[i] = true;
-            note = " (could not be saved to " + result + ")";
+            const QString reason = saveFailures.value(names.at(i));
+            note = " (could not be saved to " + result + (reason.isEmpty() ? "" : ": " + reason) + ")";
         }
         if (!failed[i])
             ++repaired;

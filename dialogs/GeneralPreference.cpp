@@ -4,6 +4,7 @@
 #include "app/BrowserRoutes.h"
 #include "app/MainWindow.h"
 #include "app/PlistFormat.h"
+#include "pages/repair/VideoRepairWindow.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "repair/ProcessFlags.h"
@@ -116,7 +117,7 @@ GeneralPreference::GeneralPreference(QWidget *parent) : QDialog(parent)
 
 QString GeneralPreference::TempFolder()
 {
-    return QStringLiteral("/var/tmp/.CorvaneVideoRepairTemp");
+    return VideoRepairWindow::TempFolder();
 }
 
 bool GeneralPreference::KeepOriginalCodecs()

@@ -12,9 +12,9 @@ namespace
 const QString FreeSpaceTag = QStringLiteral("Free Space:");
 const QString VolumeFreeSpaceTag = QStringLiteral("Volume Free Space:");
 
-QString Redirect(const QString &command, const char *file, const char *op = " >> ")
+QString Redirect(const QString &command, const char *file, uint uid, const char *op = " >> ")
 {
-    return command + QLatin1String(op) + QLatin1String(file);
+    return command + QLatin1String(op) + ProbeFiles::ForUser(file, uid);
 }
 
 // A float figure scaled to bytes. A figure too large for 64 bits (or not a number) would make the
@@ -30,6 +30,11 @@ qint64 ToBytes(double bytes)
 
 } // namespace
 
+QString ProbeFiles::ForUser(const char *name, uint uid)
+{
+    return QLatin1String(name) + "-" + QString::number(uid);
+}
+
 QStringList ProbeFields(const QString &line)
 {
     return line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
@@ -37,15 +42,16 @@ QStringList ProbeFields(const QString &line)
 
 // ---- macOS ----
 
-QString MacProbe::FreeSpaceCommandRepairPage(const QString &path)
+QString MacProbe::FreeSpaceCommandRepairPage(const QString &path, uint uid)
 {
     return Redirect("diskutil info " + ShellQuoteIfNeeded(path) + " | grep 'Free Space:'",
-                    ProbeFiles::TempFile);
+                    ProbeFiles::TempFile, uid);
 }
 
-QString MacProbe::FreeSpaceCommandSavePage(const QString &volume)
+QString MacProbe::FreeSpaceCommandSavePage(const QString &volume, uint uid)
 {
-    return Redirect("diskutil info " + ShellQuote(volume) + " | grep 'Free Space:'", ProbeFiles::TempFile);
+    return Redirect("diskutil info " + ShellQuote(volume) + " | grep 'Free Space:'", ProbeFiles::TempFile,
+                    uid);
 }
 
 qint64 MacProbe::ParseFreeSpaceRepairPage(const QStringList &lines)
@@ -93,10 +99,9 @@ qint64 MacProbe::ParseFreeSpaceSavePage(const QStringList &lines)
     return 0;
 }
 
-QString MacProbe::OsVersionCommand(bool powerPc)
+QString MacProbe::OsVersionCommand(bool powerPc, uint uid)
 {
-    return QStringLiteral("sw_vers | grep ProductVersion") +
-           (powerPc ? QStringLiteral(" >& ") : QStringLiteral(" >>")) + ProbeFiles::TempFile;
+    return Redirect("sw_vers | grep ProductVersion", ProbeFiles::TempFile, uid, powerPc ? " >& " : " >>");
 }
 
 QString MacProbe::ParseOsVersion(const QString &firstLine)
@@ -110,12 +115,12 @@ QString MacProbe::UserHomePrefix(const QString &user)
     return user == "root" ? QStringLiteral("/private/var/") : QStringLiteral("/Users/");
 }
 
-QString MacProbe::DefaultsReadCommand(const QString &user)
+QString MacProbe::DefaultsReadCommand(const QString &user, uint uid)
 {
     // The user name comes from the system, but a name is still a word the shell must not read.
     return Redirect("defaults read " + ShellQuoteIfNeeded(UserHomePrefix(user) + user +
                                                           "/Library/Preferences/com.apple.LaunchServices"),
-                    ProbeFiles::Browser);
+                    ProbeFiles::Browser, uid);
 }
 
 QString MacProbe::FindHandlerLine(const QStringList &lines)
@@ -152,13 +157,13 @@ QString MacProbe::CleanBrowserName(const QString &name)
     return clean;
 }
 
-QString MacProbe::LsregisterCommand(const QString &name)
+QString MacProbe::LsregisterCommand(const QString &name, uint uid)
 {
     return Redirect("/System/Library/Frameworks/CoreServices.framework/Versions/A/Frameworks/"
                     "LaunchServices.framework/Versions/A/Support/lsregister -dump | grep --after-context 1 "
                     "^bundle | grep --only-matching " +
                         ShellQuote("/.*" + name + ".app"),
-                    ProbeFiles::BrowserPath);
+                    ProbeFiles::BrowserPath, uid);
 }
 
 QString MacProbe::PickBrowserPath(const QStringList &lines, const QString &name,
@@ -172,21 +177,16 @@ QString MacProbe::PickBrowserPath(const QStringList &lines, const QString &name,
     return QString();
 }
 
-QString MacProbe::PreviewProcessCommand()
-{
-    return QStringLiteral("ps -A | grep ") + PreviewerPathTail + " > " + ProbeFiles::TempFile;
-}
-
 // ---- Linux ----
 
-QString LinuxProbe::FreeSpaceCommandRepairPage(const QString &path)
+QString LinuxProbe::FreeSpaceCommandRepairPage(const QString &path, uint uid)
 {
-    return Redirect("timeout 10 df -P -B1 " + ShellQuoteIfNeeded(path), ProbeFiles::TempFile);
+    return Redirect("timeout 10 df -P -B1 " + ShellQuoteIfNeeded(path), ProbeFiles::TempFile, uid);
 }
 
-QString LinuxProbe::FreeSpaceCommandSavePage(const QString &volume)
+QString LinuxProbe::FreeSpaceCommandSavePage(const QString &volume, uint uid)
 {
-    return Redirect("timeout 10 df -P -B1 " + ShellQuote(volume), ProbeFiles::TempFile);
+    return Redirect("timeout 10 df -P -B1 " + ShellQuote(volume), ProbeFiles::TempFile, uid);
 }
 
 qint64 LinuxProbe::ParseDfAvailable(const QStringList &lines)
@@ -204,9 +204,9 @@ qint64 LinuxProbe::ParseDfAvailable(const QStringList &lines)
     return 0;
 }
 
-QString LinuxProbe::OsVersionCommand()
+QString LinuxProbe::OsVersionCommand(uint uid)
 {
-    return QStringLiteral("grep VERSION_ID /etc/os-release >>") + ProbeFiles::TempFile;
+    return Redirect("grep VERSION_ID /etc/os-release", ProbeFiles::TempFile, uid, " >>");
 }
 
 QString LinuxProbe::ParseOsVersion(const QString &firstLine)
@@ -224,9 +224,9 @@ QString LinuxProbe::UserHomePrefix(const QString &user)
     return user == "root" ? QStringLiteral("/root/") : QStringLiteral("/home/");
 }
 
-QString LinuxProbe::DefaultBrowserCommand()
+QString LinuxProbe::DefaultBrowserCommand(uint uid)
 {
-    return Redirect("xdg-settings get default-web-browser", ProbeFiles::Browser);
+    return Redirect("xdg-settings get default-web-browser", ProbeFiles::Browser, uid);
 }
 
 namespace
@@ -297,28 +297,4 @@ QString LinuxProbe::ExecProgram(const QString &desktopFileText)
         return name == "flatpak" || name == "snap" ? QString() : args.at(i);
     }
     return QString();
-}
-
-QString LinuxProbe::PreviewProcessCommand()
-{
-    return QStringLiteral("ps -A -o pid=,args= | grep ") + PreviewerPathTail + " > " + ProbeFiles::TempFile;
-}
-
-// ---- both ----
-
-QList<unsigned int> ParsePreviewProcessIds(const QStringList &lines)
-{
-    QList<unsigned int> ids;
-    for (const QString &line : lines) {
-        if (!line.contains(PreviewerPathTail))
-            continue;
-        const QStringList f = ProbeFields(line);
-        bool ok = false;
-        const unsigned int id = f.isEmpty() ? 0 : f.first().toUInt(&ok);
-        // An id that does not parse would read as 0, and "kill -9 0" ends the caller's whole
-        // process group: such a line is left out.
-        if (ok && id != 0)
-            ids << id;
-    }
-    return ids;
 }

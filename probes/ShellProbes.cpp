@@ -52,7 +52,7 @@ constexpr bool OnMac = false;
 
 QString TempFile()
 {
-    return QString::fromLatin1(ProbeFiles::TempFile);
+    return OwnFixedPath(ProbeFiles::TempFile);
 }
 
 // The output files sit in /var/tmp, where anybody may plant a link under their names, and the
@@ -73,15 +73,27 @@ bool ClaimOutputFile(const QString &file)
     return true;
 }
 
-// Runs command, reads the output file, removes it.
-QStringList RunAndRead(const QString &command, const QString &file)
+// Runs command, reads the output file, removes it. False when the file could not be claimed.
+bool RunAndRead(const QString &command, const QString &file, QStringList *lines)
 {
     if (!ClaimOutputFile(file))
-        return QStringList();
+        return false;
     RunShell(command);
-    const QStringList lines = ReadProbeLines(file);
+    *lines = ReadProbeLines(file);
     QFile::remove(file);
-    return lines;
+    return true;
+}
+
+uint Uid()
+{
+    return uint(geteuid());
+}
+
+// A free-space probe: ProbeUnusable when its output file cannot be claimed.
+qint64 FreeBytes(const QString &command, qint64 (*parse)(const QStringList &))
+{
+    QStringList lines;
+    return RunAndRead(command, TempFile(), &lines) ? parse(lines) : ProbeUnusable;
 }
 
 QString ConsoleUser()
@@ -104,44 +116,47 @@ QString ConsoleUser()
 #ifdef Q_OS_MACOS
 QString MacDefaultBrowser()
 {
-    QFile::remove(ProbeFiles::DotBrowser);
-    if (ClaimOutputFile(ProbeFiles::Browser))
-        RunShell(MacProbe::DefaultsReadCommand(StrUserName));
-    const QString handler = MacProbe::FindHandlerLine(ReadProbeLines(ProbeFiles::Browser));
+    const QString output = OwnFixedPath(ProbeFiles::Browser);
+    const QString paths = OwnFixedPath(ProbeFiles::BrowserPath);
+    QFile::remove(OwnFixedPath(ProbeFiles::DotBrowser));
+    if (ClaimOutputFile(output))
+        RunShell(MacProbe::DefaultsReadCommand(StrUserName, Uid()));
+    const QString handler = MacProbe::FindHandlerLine(ReadProbeLines(output));
     const QString browser = MacProbe::CleanBrowserName(MacProbe::BrowserFromHandlerLine(handler));
-    QFile::remove(ProbeFiles::Browser);
+    QFile::remove(output);
     if (StrUserName == "root" || browser.isEmpty())
         return browser;
 
-    QFile::remove(ProbeFiles::Browser);
+    QFile::remove(output);
     RunShell("locate lsregister -kill -r -f -domain local -domain system -domain user");
     if (ProbeBootOSVersion(false).contains("10.6"))
         return browser;
     const QString app = "/Applications/" + browser + ".app";
     if (QFileInfo(app).isDir())
         return app;
-    if (ClaimOutputFile(ProbeFiles::BrowserPath))
-        RunShell(MacProbe::LsregisterCommand(browser));
-    const QString path = MacProbe::PickBrowserPath(ReadProbeLines(ProbeFiles::BrowserPath), browser,
+    if (ClaimOutputFile(paths))
+        RunShell(MacProbe::LsregisterCommand(browser, Uid()));
+    const QString path = MacProbe::PickBrowserPath(ReadProbeLines(paths), browser,
                                                    [](const QString &p) { return QFileInfo(p).isDir(); });
-    QFile::remove(ProbeFiles::BrowserPath);
+    QFile::remove(paths);
     return path.isEmpty() ? browser : path;
 }
 #else
 QString LinuxDefaultBrowser()
 {
-    QFile::remove(ProbeFiles::DotBrowser);
+    const QString output = OwnFixedPath(ProbeFiles::Browser);
+    QFile::remove(OwnFixedPath(ProbeFiles::DotBrowser));
     // The command appends: a file left by an earlier, interrupted probe must not answer for it.
-    if (ClaimOutputFile(ProbeFiles::Browser))
-        RunShell(LinuxProbe::DefaultBrowserCommand());
+    if (ClaimOutputFile(output))
+        RunShell(LinuxProbe::DefaultBrowserCommand(Uid()));
     QString id;
-    for (const QString &line : ReadProbeLines(ProbeFiles::Browser)) {
+    for (const QString &line : ReadProbeLines(output)) {
         if (!line.trimmed().isEmpty()) {
             id = line.trimmed();
             break;
         }
     }
-    QFile::remove(ProbeFiles::Browser);
+    QFile::remove(output);
     if (!id.endsWith(".desktop") || id.contains('/'))
         return QString();
 
@@ -162,27 +177,32 @@ QString LinuxDefaultBrowser()
 
 } // namespace
 
+QString OwnFixedPath(const char *name)
+{
+    return ProbeFiles::ForUser(name, Uid());
+}
+
 qint64 ProbeFreeBytesRepairPage(const QString &path)
 {
-    if (OnMac)
-        return MacProbe::ParseFreeSpaceRepairPage(
-            RunAndRead(MacProbe::FreeSpaceCommandRepairPage(path), TempFile()));
-    return LinuxProbe::ParseDfAvailable(RunAndRead(LinuxProbe::FreeSpaceCommandRepairPage(path), TempFile()));
+    return OnMac
+               ? FreeBytes(MacProbe::FreeSpaceCommandRepairPage(path, Uid()),
+                           MacProbe::ParseFreeSpaceRepairPage)
+               : FreeBytes(LinuxProbe::FreeSpaceCommandRepairPage(path, Uid()), LinuxProbe::ParseDfAvailable);
 }
 
 qint64 ProbeFreeBytesSavePage(const QString &volume)
 {
-    if (OnMac)
-        return MacProbe::ParseFreeSpaceSavePage(
-            RunAndRead(MacProbe::FreeSpaceCommandSavePage(volume), TempFile()));
-    return LinuxProbe::ParseDfAvailable(RunAndRead(LinuxProbe::FreeSpaceCommandSavePage(volume), TempFile()));
+    return OnMac
+               ? FreeBytes(MacProbe::FreeSpaceCommandSavePage(volume, Uid()),
+                           MacProbe::ParseFreeSpaceSavePage)
+               : FreeBytes(LinuxProbe::FreeSpaceCommandSavePage(volume, Uid()), LinuxProbe::ParseDfAvailable);
 }
 
 QString ProbeBootOSVersion(bool powerPc)
 {
     if (!ClaimOutputFile(TempFile()))
         return QString();
-    RunShell(OnMac ? MacProbe::OsVersionCommand(powerPc) : LinuxProbe::OsVersionCommand());
+    RunShell(OnMac ? MacProbe::OsVersionCommand(powerPc, Uid()) : LinuxProbe::OsVersionCommand(Uid()));
     QFile file(TempFile());
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return QString();
@@ -201,30 +221,4 @@ QString ProbeDefaultBrowser()
 #else
     return LinuxDefaultBrowser();
 #endif
-}
-
-QList<unsigned int> ProbePreviewProcessIds()
-{
-    const QString command = OnMac ? MacProbe::PreviewProcessCommand() : LinuxProbe::PreviewProcessCommand();
-    return ParsePreviewProcessIds(RunAndRead(command, TempFile()));
-}
-
-bool IsPreviewProcess(unsigned int id)
-{
-    if (id == 0)
-        return false;
-#ifdef Q_OS_MACOS
-    return RunShell("ps -p " + QString::number(id) + " -o command= | grep -q " + PreviewerPathTail) == 0;
-#else
-    QFile cmdline("/proc/" + QString::number(id) + "/cmdline");
-    if (!cmdline.open(QIODevice::ReadOnly))
-        return false;
-    return cmdline.readAll().contains(PreviewerPathTail);
-#endif
-}
-
-void KillPreviewProcess(unsigned int id)
-{
-    if (IsPreviewProcess(id))
-        RunShell("kill -9 " + QString::number(id));
 }

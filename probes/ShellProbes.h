@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QList>
 #include <QString>
 #include <QStringList>
 
 // Facts about the machine, each obtained by running a shell command whose output goes to a fixed
-// file under /var/tmp, then reading that file back. They run on the calling thread and never
-// report an error: a failed probe gives 0, an empty text or an empty list.
+// file under /var/tmp (one for each account), then reading that file back. They run on the calling
+// thread. A failed command gives 0 or an empty text; an output file that cannot be used is told
+// apart where the user must hear of it (ProbeUnusable).
 
 // Filled by ProbeDefaultBrowser: the user's login name and the folder that holds the homes.
 extern QString StrUserName;
@@ -22,8 +22,16 @@ int RunShell(const QString &command);
 // The lines of a probe's output file; empty when it cannot be read.
 QStringList ReadProbeLines(const QString &file);
 
-// Free bytes of the volume holding path. The repair page's form leaves an ordinary path unquoted
-// and counts exact bytes; the save page's quotes the volume and counts the rounded figure.
+// A fixed name under /var/tmp (ProbeFiles) as this process's account uses it.
+QString OwnFixedPath(const char *name);
+
+// What a free-space probe gives when its output file cannot be made ours: something of another
+// account's stands at its name.
+constexpr qint64 ProbeUnusable = -1;
+
+// Free bytes of the volume holding path, or ProbeUnusable. The repair page's form leaves an
+// ordinary path unquoted and counts exact bytes; the save page's quotes the volume and counts the
+// rounded figure.
 qint64 ProbeFreeBytesRepairPage(const QString &path);
 qint64 ProbeFreeBytesSavePage(const QString &volume);
 
@@ -32,12 +40,3 @@ QString ProbeBootOSVersion(bool powerPc);
 
 // Fills StrUserName and StrUserPath and returns the default browser (see strDefaultBrowser).
 QString ProbeDefaultBrowser();
-
-// Process ids of running preview programs (the lookup's own grep among them).
-QList<unsigned int> ProbePreviewProcessIds();
-
-// True while id is a running preview program. Ids go stale the moment they are read, so a kill
-// checks again just before it is sent.
-bool IsPreviewProcess(unsigned int id);
-// "kill -9 id", sent only while id still is a preview program.
-void KillPreviewProcess(unsigned int id);

@@ -129,8 +129,11 @@ private:
                 continue;
             }
             errors = 0;
-            if (video)
+            if (video) {
                 ++m_result.videoFrames;
+                if (m_frame->decode_error_flags || (m_frame->flags & AV_FRAME_FLAG_CORRUPT))
+                    ++m_result.damagedFrames;
+            }
             else if (m_frame->sample_rate > 0)
                 NoteSound();
             av_frame_unref(m_frame);

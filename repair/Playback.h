@@ -15,6 +15,7 @@ struct Playback
     bool hasVideo = false;  // it has a video stream (cover pictures do not count)
     bool hasAudio = false;  // it has an audio stream
     qint64 videoFrames = 0; // pictures decoded from the first video stream
+    qint64 damagedFrames = 0; // of those, pictures the decoder had to conceal or knew to be corrupt
     double audioSeconds = 0; // end of the last decoded sound, in seconds from the start of the file
 
     // At least one picture; for a file without video, at least one second of sound.

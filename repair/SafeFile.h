@@ -19,8 +19,16 @@ int CreateFreshDescriptor(const QByteArray &path);
 
 struct AVFormatContext;
 
+struct SafeOutputOptions
+{
+    int bufferSize = 1 << 16; // bytes gathered before they are written
+    bool direct = false;      // a packet's payload goes out as it comes, not through the buffer
+    bool background = false;  // written by a thread of its own, so that the muxer's caller works on
+                              // while the disk takes the bytes (at most 8 MiB wait in between)
+};
+
 // Gives a muxer an output written through a descriptor made by CreateFreshDescriptor rather than
 // one the muxer opens by name. False when the file cannot be made.
-bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path);
-// Flushes and closes that output, if one is open.
-void CloseSafeOutput(AVFormatContext *ctx);
+bool OpenSafeOutput(AVFormatContext *ctx, const QByteArray &path, SafeOutputOptions options = {});
+// Flushes and closes that output, if one is open. False when a write failed.
+bool CloseSafeOutput(AVFormatContext *ctx);

@@ -74,6 +74,8 @@ void ThreadVideoRepair::RepairFiles(QStringList files)
         }
     }
 
+    if (!bStopFlag)
+        RebuildLostIndexes(files);
     if (m_reEncode)
         ReRepairFiles(files);
 }

@@ -47,8 +47,17 @@ public:
     void SetKeepOriginalCodecs(bool keep);
     bool KeepOriginalCodecs() const;
 
+    // Healthy recordings from the same camera or phone, whose tracks a file with a lost or broken
+    // index is rebuilt with. They are only read.
+    void SetReferences(QStringList files);
+    QStringList References() const;
+
     void OnRepair();
     void RepairFiles(QStringList files);
+    // Between the two passes: working copies that do not play, or whose index points past their end,
+    // are rebuilt from their media data with every description at hand; the rebuild that plays the
+    // most replaces the working copy when it plays more.
+    void RebuildLostIndexes(const QStringList &files);
     virtual void ReRepairFiles(QStringList files);
 
     // Header repair routines. They work on the open working copy (pHandle) at the scan position
@@ -142,5 +151,6 @@ private:
     QString m_tempFolder;
     std::atomic<bool> m_reEncode{true};
     std::atomic<bool> m_keepCodecs{false};
+    QStringList m_references; // guarded by m_resultMutex: set from the interface at any time
     WorkerRun m_run;
 };

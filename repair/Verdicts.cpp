@@ -1,6 +1,7 @@
 // What a run makes of each file: the candidates for its result are measured with what they play,
 // the one that plays the most takes the working copy's place, and the verdict says whether it plays.
 
+#include "repair/BlockCopy.h"
 #include "repair/Playback.h"
 #include "repair/RepairContext.h"
 #include "repair/SafeFile.h"
@@ -10,28 +11,15 @@
 #include <QFileInfo>
 #include <QMutexLocker>
 
-#include <algorithm>
 #include <cstdio>
-#include <vector>
 
 namespace {
 
-constexpr quint64 StagingChunk = 1024;
-
-// Copies the open file pHandle into `staging` in small chunks so that a stop is seen often.
-// Returns false when a stop cut the copy short.
+// Copies the open file pHandle into `staging`, a stop seen between blocks. Returns false when a stop,
+// an early end of pHandle or a failed write cut the copy short.
 bool CopyToStaging(quint64 size, FILE *staging)
 {
-    quint64 left = size;
-    std::vector<char> buffer;
-    while (left > 0 && !bStopFlag) {
-        const quint64 n = std::min(left, StagingChunk);
-        buffer.assign(n, 0);
-        (void)fread(buffer.data(), 1, n, pHandle);
-        (void)fwrite(buffer.data(), 1, n, staging);
-        left -= n;
-    }
-    return left == 0;
+    return CopyBlocks(fileno(pHandle), fileno(staging), size, &bStopFlag).Ok();
 }
 
 } // namespace
@@ -113,9 +101,9 @@ bool ThreadVideoRepair::ReplaceWorkingCopy(const QString &workingCopy, const QSt
     FILE *stage = CreateFresh(QFile::encodeName(staging));
     // Without a staging file the working copy stays: removing it first, as this once did, lost the
     // result. A stop during the copy keeps it too, rather than a cut-off file.
-    const bool complete = stage && CopyToStaging(quint64(QFileInfo(from).size()), stage);
-    if (stage)
-        fclose(stage);
+    bool complete = stage && CopyToStaging(quint64(QFileInfo(from).size()), stage);
+    if (stage && fclose(stage) != 0)
+        complete = false;
     fclose(pHandle);
     pHandle = nullptr;
     if (!complete) {

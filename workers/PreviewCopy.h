@@ -2,13 +2,20 @@
 
 #include <QString>
 
-// The copy a preview plays: the file's own name with one leading blank, beside the file. Preview
-// never plays the file itself. When that name is already taken by a file this program did not make
-// (a user's own file), the copy goes into a private temporary folder instead, so that no file of
-// the user's is ever overwritten or later deleted. Returns the copy's path; when the source cannot
-// be read the path is still returned and no copy exists. Empty when the copy would need the private
-// folder and none of our own can be made.
-QString MakePreviewCopy(const QString &path);
+// The copies a preview plays: preview never plays the file itself. They are made only in the
+// program's private folder for the user (in the user's cache folder), never beside a user's file,
+// and every way out of a preview removes them (RemovePreviewCopies).
 
-// The name the copy gets beside its source.
+// The private folder of the preview copies.
+QString PreviewFolder();
+
+// The name the copy of path gets: the file's own name with one leading blank, in PreviewFolder().
 QString PreviewCopyName(const QString &path);
+
+// Copies path to PreviewCopyName(path) and returns the copy's path; empty, with why in *reason,
+// when no whole copy could be made.
+QString MakePreviewCopy(const QString &path, QString *reason = nullptr);
+
+// Removes every preview copy. One running window program per user (SingleInstance) makes them all
+// this process's own.
+void RemovePreviewCopies();

@@ -14,6 +14,26 @@
 
 extern char **environ;
 
+namespace
+{
+
+// The process groups of the running preview programs. A group is listed from its start until its
+// leader has ended and before the leader is reaped, so its id cannot have been reused by then: a
+// kill sent under the lock reaches only a preview program of ours.
+QMutex &GroupsLock()
+{
+    static QMutex lock;
+    return lock;
+}
+
+QList<unsigned int> &Groups()
+{
+    static QList<unsigned int> groups;
+    return groups;
+}
+
+} // namespace
+
 ThreadPreview::ThreadPreview(QObject *parent) : QThread(parent)
 {
     bStopFlag = false;
@@ -47,11 +67,22 @@ QString ThreadPreview::Command(const QString &program, const QString &file)
 void ThreadPreview::StopPreviewer()
 {
     m_cancel = true;
-    const pid_t child = m_child.load();
-    if (child > 0)
-        kill(-child, SIGKILL); // the shell and the program it started share the child's group
+    EndPreview(unsigned(m_child.load()));
     wait();
     m_cancel = false;
+}
+
+QList<unsigned int> ThreadPreview::RunningPreviews()
+{
+    QMutexLocker locker(&GroupsLock());
+    return Groups();
+}
+
+bool ThreadPreview::EndPreview(unsigned int group)
+{
+    QMutexLocker locker(&GroupsLock());
+    // The shell and the program it started share the group.
+    return group != 0 && Groups().contains(group) && kill(-pid_t(group), SIGKILL) == 0;
 }
 
 void ThreadPreview::run()
@@ -76,13 +107,24 @@ void ThreadPreview::run()
     posix_spawnattr_setpgroup(&attr, 0);
     pid_t pid = 0;
     if (!m_cancel && posix_spawn(&pid, sh, nullptr, &attr, argv, environ) == 0) {
-        m_child = pid;
+        {
+            QMutexLocker locker(&GroupsLock());
+            Groups() << unsigned(pid);
+            m_child = pid;
+        }
         if (m_cancel) // a stop that came while the program was being started
-            kill(-pid, SIGKILL);
+            EndPreview(unsigned(pid));
+        siginfo_t info;
+        while (waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+        }
+        {
+            QMutexLocker locker(&GroupsLock());
+            Groups().removeAll(unsigned(pid));
+            m_child = 0;
+        }
         int status = 0;
         while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
         }
-        m_child = 0;
     }
     posix_spawnattr_destroy(&attr);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QMutex>
 #include <QString>
 #include <QThread>
@@ -26,6 +27,12 @@ public:
 
     // Ends the preview program this thread started, if it still runs, and waits for the thread.
     void StopPreviewer();
+
+    // The preview programs that the preview workers of this process started and that still run, by
+    // the process group each was started in; never another process's.
+    static QList<unsigned int> RunningPreviews();
+    // Ends the preview program of that group when it is one of them; false otherwise.
+    static bool EndPreview(unsigned int group);
 
 protected:
     void run() override;

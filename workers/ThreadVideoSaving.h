@@ -9,7 +9,8 @@
 #include "repair/ProcessFlags.h"
 
 // The saving worker: copies the chosen working copies into "Repaired-Video-Files" inside the
-// destination, in 1024-byte chunks so that a stop request is seen promptly.
+// destination, in large blocks with a stop request seen between them. Nothing is ever written
+// outside that folder: when it cannot be made or entered the run ends with SaveFailed.
 class ThreadVideoSaving : public QThread
 {
     Q_OBJECT
@@ -24,6 +25,10 @@ public:
     // Asks the run that is going to stop (bStopFlag); false when none is going any more.
     bool RequestStop();
 
+    // Why `folder` cannot take the results, checked without making anything: empty when it can, or
+    // when it does not exist yet.
+    static QString FolderProblem(const QString &folder);
+
     void OnVideoSaving();
 
 Q_SIGNALS:
@@ -33,12 +38,19 @@ Q_SIGNALS:
     void Info(QString text);
     void DestInfo(QString folder);
     void OverAllMaxProgress(unsigned long files);
+    // A file that could not be saved (its cut-off copy is removed), or with an empty name the
+    // folder "Repaired-Video-Files" itself, in which case nothing was written. Comes before
+    // SavingFinish; `reason` is the system's.
+    void SaveFailed(QString file, QString reason);
     void SavingFinish();
 
 protected:
     void run() override;
 
 private:
+    // One file into the open folder.
+    void SaveOne(int folder, const QString &source, const QString &name);
+
     QMutex m_mutex;
     QWaitCondition m_condition;
     QStringList m_fileList;

@@ -2,12 +2,9 @@
 
 #include "app/AppGlobals.h"
 #include "previewer/NativeBridge.h"
-#include "probes/ShellProbes.h"
-#include "probes/ShellQuote.h"
 #include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
-#include <QFileInfo>
 #include <QMessageBox>
 #include <QWidget>
 
@@ -19,15 +16,13 @@ PagePreview::PagePreview(QWidget *page) : QObject(page), m_page(page), m_version
 
 void PagePreview::CleanPreviews()
 {
-    for (const QString &path : qAsConst(lstRunningFilePath)) {
-        const QFileInfo info(path);
-        if (info.exists() && info.isFile())
-            RunShell("rm " + ShellQuote(path));
-    }
-    lstProcessID = ProbePreviewProcessIds();
+    RemovePreviewCopies();
+    // Only the preview programs this process started: another program's, or another account's, are
+    // none of ours.
+    lstProcessID = ThreadPreview::RunningPreviews();
     for (unsigned int id : qAsConst(lstProcessID)) {
         nRunningID = id;
-        KillPreviewProcess(id);
+        ThreadPreview::EndPreview(id);
     }
 }
 
@@ -54,12 +49,13 @@ void PagePreview::Show(const QString &path, const QString &f4vTitle)
         return;
     }
 
-    const QString copy = MakePreviewCopy(path);
-    if (copy.isEmpty() || !QFileInfo(copy).isFile()) {
+    QString reason;
+    const QString copy = MakePreviewCopy(path, &reason);
+    if (copy.isEmpty()) {
         // The file has gone or cannot be read: the player would only say it cannot play it.
         QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
                         tr("Preview not available."), QMessageBox::Ok, m_page);
-        box.setInformativeText(tr("The file could not be copied for the preview."));
+        box.setInformativeText(tr("The file could not be copied for the preview.") + "\n" + reason);
         box.exec();
         return;
     }

@@ -19,7 +19,8 @@ class PagePreview : public QObject
 public:
     explicit PagePreview(QWidget *page);
 
-    // Removes the copies handed to earlier previews and ends every preview program.
+    // Removes the preview copies and ends the preview programs this process started: before each
+    // preview and on every way out of the pages.
     static void CleanPreviews();
 
     // The first half of a preview; false on a system that has none.

@@ -1,17 +1,19 @@
 #include "pages/repair/VideoRepairWindow.h"
 
+#include "app/AppGlobals.h"
+#include "app/BrowserRoutes.h"
+#include "app/MainWindow.h"
+#include "dialogs/GeneralPreference.h"
 #include "pages/repair/FileDialog.h"
 #include "pages/repair/MyRightTreeWidgetItem.h"
 #include "pages/repair/MyTreeWidget.h"
 #include "pages/repair/PagePreview.h"
 #include "pages/repair/RepairResults.h"
 #include "pages/save/VideoSavingWindow.h"
-#include "app/AppGlobals.h"
-#include "app/MainWindow.h"
-#include "app/BrowserRoutes.h"
-#include "dialogs/GeneralPreference.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
+#include "rebuild/TrackDescription.h"
 #include "ui_VideoRepairWin.h"
 #include "workers/PreviewState.h"
 
@@ -37,6 +39,9 @@
 namespace {
 
 const char *const RootText = "Video File(s)";
+// The reference recording is remembered on its own, apart from the pages' geometry.
+const char *const ReferenceSettings = "CorvaneVideoReferenceSettings";
+const char *const ReferenceKey = "reference";
 // The save page's visible status column.
 constexpr int StatusColumn = 7;
 
@@ -73,6 +78,8 @@ VideoRepairWindow::VideoRepairWindow(QWidget *parent) : QWidget(parent), ui(new 
 
     connect(ui->AddButton, &QPushButton::clicked, this, &VideoRepairWindow::OnAddVideoFile);
     connect(ui->RemoveButton, &QPushButton::clicked, this, &VideoRepairWindow::OnRemoveVideoFile);
+    connect(ui->ReferenceButton, &QPushButton::clicked, this, &VideoRepairWindow::OnChooseReference);
+    connect(ui->ClearReferenceButton, &QPushButton::clicked, this, &VideoRepairWindow::OnClearReference);
     connect(ui->RepairButton, &QPushButton::clicked, this, &VideoRepairWindow::OnRepairVideoFiles);
     connect(ui->PreviewButton, &QPushButton::clicked, this, &VideoRepairWindow::OnPreviewMovFile);
     connect(ui->StopButton, &QPushButton::clicked, this, &VideoRepairWindow::OnStop);
@@ -89,7 +96,7 @@ VideoRepairWindow::VideoRepairWindow(QWidget *parent) : QWidget(parent), ui(new 
     connect(&m_worker, &ThreadVideoRepair::MaxProgress, this, &VideoRepairWindow::OnMaxProgress);
     connect(&m_worker, &ThreadVideoRepair::ProgressValue, this, &VideoRepairWindow::OnProgressValue);
     connect(&m_worker, &ThreadVideoRepair::ProcessAborted, this, &VideoRepairWindow::OnProcessAborted);
-
+    SetReference(QSettings("Corvane", ReferenceSettings).value(ReferenceKey).toString());
 
     if (const QScreen *screen = QGuiApplication::primaryScreen())
         move(MainWindow::CentredPosition(screen->virtualGeometry().size(), size()));
@@ -142,7 +149,10 @@ void VideoRepairWindow::SetLayout()
     grid->setRowStretch(2, 1);
 
     auto *actions = new QHBoxLayout;
-    actions->addStretch();
+    actions->addWidget(ui->ReferenceButton);
+    actions->addWidget(ui->ReferenceLabel, 1);
+    actions->addWidget(ui->ClearReferenceButton);
+    actions->addSpacing(20);
     actions->addWidget(ui->PreviewButton);
     grid->addLayout(actions, 3, 0);
 
@@ -189,6 +199,7 @@ void VideoRepairWindow::OnInitialSettings()
     ui->PreviewButton->setEnabled(false);
     HideRunControls();
     ShowIdleControls();
+    SetReference(m_reference);
 }
 
 void VideoRepairWindow::HideRunControls()
@@ -217,6 +228,57 @@ std::function<QStringList(QWidget *)> ChooseVideoFiles = [](QWidget *parent) {
 void VideoRepairWindow::OnAddVideoFile()
 {
     AddFiles(ChooseVideoFiles(this));
+}
+
+std::function<QString(QWidget *, const QString &)> ChooseReferenceFile = [](QWidget *parent,
+                                                                            const QString &folder) {
+    return QFileDialog::getOpenFileName(parent, VideoRepairWindow::tr("Select a reference recording"), folder,
+                                        VideoRepairWindow::tr("Video (*.mov *.mp4 *.m4v *.m4a *.f4v)"));
+};
+
+// ---- The reference recording ----
+
+void VideoRepairWindow::OnChooseReference()
+{
+    // A reference usually sits beside the damaged recordings, on the same card.
+    QString folder = "/home";
+    if (!m_reference.isEmpty())
+        folder = QFileInfo(m_reference).path();
+    else if (m_root && m_root->childCount() > 0)
+        folder = QFileInfo(m_root->child(0)->text(MyRightTreeWidgetItem::Path)).path();
+    const QString path = ChooseReferenceFile(this, folder);
+    if (path.isEmpty())
+        return;
+    // A file that cannot lend its tracks (often the damaged recording itself) is refused at once,
+    // rather than leaving the run to find out.
+    if (!LearnFromReference(path).Usable()) {
+        QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
+                        tr("This video cannot serve as a reference."), QMessageBox::Ok, this);
+        box.setInformativeText(
+            tr("Choose a healthy video from the same camera or phone, recorded with the same settings."));
+        box.exec();
+        return;
+    }
+    SetReference(path);
+}
+
+void VideoRepairWindow::OnClearReference()
+{
+    SetReference(QString());
+}
+
+void VideoRepairWindow::SetReference(const QString &path)
+{
+    m_reference = QFileInfo(path).isFile() ? path : QString();
+    QSettings settings("Corvane", ReferenceSettings);
+    if (m_reference.isEmpty())
+        settings.remove(ReferenceKey);
+    else
+        settings.setValue(ReferenceKey, m_reference);
+    ui->ReferenceLabel->setText(m_reference.isEmpty() ? tr("No reference recording") : m_reference);
+    ui->ReferenceLabel->setToolTip(m_reference);
+    ui->ReferenceLabel->setEnabled(!m_reference.isEmpty());
+    ui->ClearReferenceButton->setVisible(!m_reference.isEmpty());
 }
 
 void VideoRepairWindow::EnsureRoot()
@@ -401,7 +463,11 @@ void VideoRepairWindow::OnItemClicked(QTreeWidgetItem *item, int)
 
 QString VideoRepairWindow::TempFolder()
 {
-    return "/var/tmp/.CorvaneVideoRepairTemp";
+    // Made afresh by every Repair and removed by Back, close and the preferences: none of that can
+    // touch another running copy's working files. The name is this account's own, the command line
+    // never uses it (its working folders are private ones), and SingleInstance lets one window
+    // program run per account.
+    return OwnFixedPath(ProbeFiles::RepairTemp);
 }
 
 namespace {
@@ -420,18 +486,20 @@ QString VideoRepairWindow::GetTempLocation()
     const QString folder = TempFolder();
     RunShell("rm -R " + ShellQuote(folder)); // a planted link goes, not what it points to
     // /var/tmp is shared: somebody may plant a link under the folder's name at any moment, and the
-    // copies, the chmod -R below (it follows a link named on its command line) and the whole run
-    // would then go to wherever it points. mkdir never follows one; what stands in its way is
-    // removed once more (unlink takes a link itself) and the folder made again. Once it is ours,
-    // nobody else can replace it in the sticky /var/tmp. Empty when it cannot be made ours.
+    // copies and the whole run would then go to wherever it points. mkdir never follows one; what
+    // stands in its way is removed once more (unlink takes a link itself) and the folder made again.
+    // Once it is ours, nobody else can replace it in the sticky /var/tmp. Empty when it cannot be
+    // made ours.
     const QByteArray name = QFile::encodeName(folder);
-    if (::mkdir(name.constData(), 0777) != 0 && !IsOwnFolder(name)) {
+    if (::mkdir(name.constData(), 0700) != 0 && !IsOwnFolder(name)) {
         ::unlink(name.constData());
-        ::mkdir(name.constData(), 0777);
+        ::mkdir(name.constData(), 0700);
     }
     if (!IsOwnFolder(name))
         return QString();
-    RunShell("chmod -R 777 /var/tmp/.CorvaneVideoRepairTemp");
+    // The folder holds the user's repaired videos until they are saved: open to every account (as
+    // it once was, chmod -R 777) anyone could delete or replace them. It is the user's alone.
+    ::chmod(name.constData(), 0700);
     return folder;
 }
 
@@ -440,23 +508,22 @@ qint64 VideoRepairWindow::GetFree(const QString &path)
     return ProbeFreeBytesRepairPage(path);
 }
 
-bool VideoRepairWindow::GetFreeSpace(long long needed, const QString &path)
-{
-    return needed <= GetFree(path);
-}
-
 void VideoRepairWindow::SetRunningControls(bool running)
 {
     ui->AddButton->setEnabled(!running);
     ui->BackButton->setEnabled(!running);
+    ui->ReferenceButton->setEnabled(!running);
+    ui->ClearReferenceButton->setEnabled(!running);
     m_tree->setEnabled(!running);
 }
 
 void VideoRepairWindow::OnRepairVideoFiles()
 {
     const QString folder = GetTempLocation();
-    if (folder.isEmpty())
-        return; // no working folder of our own: nothing may be written for this run
+    if (folder.isEmpty()) { // no working folder of our own: nothing may be written for this run
+        WarnPathTaken(this, tr("The working folder for the repair could not be made."), TempFolder());
+        return;
+    }
     QStringList paths;
     quint64 total = 0;
     const QList<QTreeWidgetItem *> rows = AllRows(m_tree);
@@ -471,7 +538,13 @@ void VideoRepairWindow::OnRepairVideoFiles()
         row->setText(MyRightTreeWidgetItem::TemporaryPath, folder + "/" + QFileInfo(path).fileName());
     }
 
-    if (!GetFreeSpace(static_cast<long long>(total), "/")) {
+    const qint64 free = GetFree("/");
+    if (free == ProbeUnusable) {
+        WarnPathTaken(this, tr("The free space on the boot drive could not be checked."),
+                      OwnFixedPath(ProbeFiles::TempFile));
+        return;
+    }
+    if (static_cast<long long>(total) > free) {
         QMessageBox box(QMessageBox::Warning, tr("Corvane Aldrake Video Repair"),
                         tr("Insufficient space on boot drive to save temporary data."), QMessageBox::Ok, this);
         box.setInformativeText(tr("Sufficient space to save temporary data is not available on boot drive. "
@@ -493,6 +566,8 @@ void VideoRepairWindow::OnRepairVideoFiles()
     SetRunningControls(true);
     m_running = true;
     m_worker.SetKeepOriginalCodecs(GeneralPreference::KeepOriginalCodecs());
+    SetReference(m_reference); // it may have gone since it was chosen
+    m_worker.SetReferences(m_reference.isEmpty() ? QStringList() : QStringList{m_reference});
     m_worker.SetInitialSettings(paths, folder);
 }
 
@@ -545,10 +620,8 @@ void VideoRepairWindow::OnProcessAborted()
     ui->PreviewButton->setEnabled(false);
     SetRepairEnabled(true);
     HideRunControls();
-    m_tree->setEnabled(true);
     ShowIdleControls();
-    ui->BackButton->setEnabled(true);
-    ui->AddButton->setEnabled(true);
+    SetRunningControls(false);
 }
 
 void VideoRepairWindow::OnRepairFinish()
@@ -606,6 +679,7 @@ void VideoRepairWindow::StoreGeometry()
 void VideoRepairWindow::OnGoBack()
 {
     RunShell("rm -R " + ShellQuote(TempFolder()));
+    PagePreview::CleanPreviews();
     m_root = nullptr;
     StoreGeometry(); // m_bMax is never cleared here: a page once maximised keeps reporting it
     hide();
@@ -620,14 +694,13 @@ void VideoRepairWindow::OnThisPage(bool maximised)
         m_savingWindow = nullptr;
     }
     m_tree->clear();
-    ui->AddButton->setEnabled(true);
-    ui->BackButton->setEnabled(true);
-    m_tree->setEnabled(true);
+    SetRunningControls(false);
     ui->RemoveButton->setEnabled(false);
     ui->RepairButton->setEnabled(false);
     ui->PreviewButton->setEnabled(false);
     HideRunControls();
     ShowIdleControls();
+    SetReference(m_reference);
     m_root = nullptr;
     OnInitialize();
     m_bMax = maximised;
@@ -674,7 +747,7 @@ void VideoRepairWindow::RemoveRunLeftovers()
 
 void VideoRepairWindow::GetQuickLookProcessID()
 {
-    lstProcessID = ProbePreviewProcessIds();
+    lstProcessID = ThreadPreview::RunningPreviews();
 }
 
 void VideoRepairWindow::OnPreviewMovFile()

@@ -40,7 +40,6 @@ public:
     QString GetSizeOfItem(qint64 bytes) const;
     // Free bytes of the volume holding path; virtual so that tests can stand in for a full disk.
     virtual qint64 GetFree(const QString &path);
-    bool GetFreeSpace(long long needed, const QString &path);
     void GetQuickLookProcessID();
 
     // Where the working copies go; the same folder for every run.
@@ -51,12 +50,18 @@ public:
     // Adds the files as the file dialog would have returned them.
     void AddFiles(const QStringList &paths);
 
+    // The healthy recording whose tracks a file with a lost index is rebuilt with; empty for none.
+    // It is only read, and remembered for the next run while it exists.
+    QString Reference() const { return m_reference; }
+
 Q_SIGNALS:
     void OnBack(bool maximised);
 
 public Q_SLOTS:
     void OnAddVideoFile();
     void OnRemoveVideoFile();
+    void OnChooseReference();
+    void OnClearReference();
     void OnItemClicked(QTreeWidgetItem *item, int column);
     void OnRepairVideoFiles();
     void OnStop();
@@ -94,6 +99,8 @@ private:
     QString GetTempLocation();
     void Preview(QTreeWidgetItem *row, const QString &f4vTitle);
     void StoreGeometry();
+    // Shows and remembers `path` as the reference; a file that no longer exists is dropped.
+    void SetReference(const QString &path);
 
     std::unique_ptr<Ui::VideoRepairWin> ui;
     MyTreeWidget *m_tree = nullptr;
@@ -105,4 +112,5 @@ private:
     PagePreview m_previewer{this};
     FadeIn m_fade{this, 30};
     VideoSavingWindow *m_savingWindow = nullptr;
+    QString m_reference;
 };

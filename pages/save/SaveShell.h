@@ -5,9 +5,6 @@
 // Path rules and script texts of the save page, as plain functions of text so that the macOS
 // versions are tested on every platform.
 
-// The script that reveals the saved folder; written, run and removed again by the finish dialog.
-inline const char *const RevealScriptPath = "/var/tmp/slpScpt";
-
 // The volume whose free space decides whether a save fits. macOS: "/Volumes/<name>" for a
 // destination under /Volumes (any letter case), else the boot volume "/".
 QString MacSaveVolume(const QString &destination);

@@ -1,7 +1,10 @@
 #include "pages/save/SavingFinishDlg.h"
 
+#include "app/AppGlobals.h"
 #include "pages/save/SaveShell.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
+#include "probes/ShellQuote.h"
 #include "ui_SavingFinishDlg.h"
 
 #include <QBitmap>
@@ -73,18 +76,20 @@ void SavingFinishDlg::paintEvent(QPaintEvent *event)
 
 void SavingFinishDlg::ShowDestPath()
 {
-    const QByteArray script = QFile::encodeName(RevealScriptPath);
-    if (QFile::exists(RevealScriptPath) || QFileInfo(RevealScriptPath).isSymLink())
-        QFile::remove(RevealScriptPath);
+    // Written, run and removed again; this account's own name under /var/tmp.
+    const QString path = OwnFixedPath(ProbeFiles::RevealScript);
+    const QByteArray script = QFile::encodeName(path);
+    if (QFile::exists(path) || QFileInfo(path).isSymLink())
+        QFile::remove(path);
 
     // /var/tmp is shared by every user: create the script afresh and never write through a link
     // someone else left under its name. Only its owner may change it before it runs.
     const int fd = ::open(script.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0700);
-    if (fd < 0)
-        return;
-    FILE *file = fdopen(fd, "w+");
+    FILE *file = fd < 0 ? nullptr : fdopen(fd, "w+");
     if (!file) {
-        ::close(fd);
+        if (fd >= 0)
+            ::close(fd);
+        WarnPathTaken(this, tr("The saved files could not be shown."), path);
         return;
     }
     // The folder's name is written in the file system's encoding, so the script names the very
@@ -93,9 +98,9 @@ void SavingFinishDlg::ShowDestPath()
     fwrite(text.constData(), 1, size_t(text.size()), file);
     fclose(file);
 
-    RunShell(QString("chmod 700 ") + RevealScriptPath);
-    RunShell(RevealScriptPath);
+    RunShell("chmod 700 " + ShellQuoteIfNeeded(path));
+    RunShell(ShellQuoteIfNeeded(path));
 
-    if (QFile::exists(RevealScriptPath))
-        QFile::remove(RevealScriptPath);
+    if (QFile::exists(path))
+        QFile::remove(path);
 }

@@ -10,6 +10,7 @@
 #include "pages/save/LogReportDlg.h"
 #include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 #include "repair/ProcessFlags.h"
@@ -117,12 +118,13 @@ void VideoSavingWindow::OnInit()
     connect(ui->BackButton, &QPushButton::clicked, this, &VideoSavingWindow::OnBack);
     connect(ui->PreviewButton, &QPushButton::clicked, this, &VideoSavingWindow::OnPreviewMovFile);
     connect(ui->StopButton, &QPushButton::clicked, this, &VideoSavingWindow::OnStop);
-    // Only these four: the per-file bar keeps the range of the form and the overall bar is not
-    // driven on this page.
+    // Only these, and the failures: the per-file bar keeps the range of the form and the overall bar
+    // is not driven on this page.
     connect(&m_saving, &ThreadVideoSaving::ProgressValue, this, &VideoSavingWindow::OnProgressValue);
     connect(&m_saving, &ThreadVideoSaving::Info, this, &VideoSavingWindow::OnInfo);
     connect(&m_saving, &ThreadVideoSaving::DestInfo, this, &VideoSavingWindow::OnDestInfo);
     connect(&m_saving, &ThreadVideoSaving::SavingFinish, this, &VideoSavingWindow::OnSavingFinish);
+    connect(&m_saving, &ThreadVideoSaving::SaveFailed, this, &VideoSavingWindow::OnSaveFailed);
     connect(ui->LogReport, &QPushButton::clicked, this, &VideoSavingWindow::OnErrorList);
 
 
@@ -350,11 +352,6 @@ qint64 VideoSavingWindow::GetFree(const QString &volume)
     return ProbeFreeBytesSavePage(volume);
 }
 
-bool VideoSavingWindow::GetFreeSpace(long long needed, const QString &path)
-{
-    return needed <= GetFree(path);
-}
-
 void VideoSavingWindow::SetProgressVisible(bool saving)
 {
     ui->DestinationLabel->setVisible(saving);
@@ -387,8 +384,10 @@ void VideoSavingWindow::OnSaveFiles()
     if (files.isEmpty())
         return;
 
+    // Only a folder is offered for removal; anything else of that name is the user's, and the saving
+    // worker says why it cannot be used.
     const QString target = m_destination + SavedFolderName;
-    if (QFileInfo::exists(target)) {
+    if (QFileInfo(target).isDir()) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle), tr("Overwrite Existing Folder?"),
                         QMessageBox::Yes | QMessageBox::No, this);
         box.setInformativeText(tr("Click 'Yes' if you wish to overwrite existing folder."));
@@ -398,7 +397,13 @@ void VideoSavingWindow::OnSaveFiles()
         RunShell("rm -R " + ShellQuote(target));
     }
 
-    if (!GetFreeSpace(static_cast<long long>(qMin<quint64>(total, LLONG_MAX)), SaveVolume(m_destination))) {
+    const qint64 free = GetFree(SaveVolume(m_destination));
+    if (free == ProbeUnusable) {
+        WarnPathTaken(this, tr("The free space at the destination could not be checked."),
+                      OwnFixedPath(ProbeFiles::TempFile));
+        return;
+    }
+    if (static_cast<long long>(qMin<quint64>(total, LLONG_MAX)) > free) {
         QMessageBox box(QMessageBox::Warning, tr(ProductTitle), tr("Insufficient space at destination."),
                         QMessageBox::Ok);
         box.setInformativeText(tr("Sufficient space to save data is not available at destination. "
@@ -460,8 +465,37 @@ void VideoSavingWindow::OnSavingFinish()
     ui->BackButton->setEnabled(true);
     m_tree->setEnabled(true);
 
+    if (ReportSaveFailures())
+        return;
     SavingFinishDlg finished(this, m_destination + SavedFolderName);
     finished.exec();
+}
+
+void VideoSavingWindow::OnSaveFailed(QString file, QString reason)
+{
+    if (file.isEmpty())
+        m_folderFailure = reason;
+    else
+        m_fileFailures << file + ": " + reason;
+}
+
+bool VideoSavingWindow::ReportSaveFailures()
+{
+    if (m_folderFailure.isEmpty() && m_fileFailures.isEmpty())
+        return false;
+    QMessageBox box(QMessageBox::Warning, tr(ProductTitle), QString(), QMessageBox::Ok, this);
+    if (!m_folderFailure.isEmpty()) { // nothing was saved
+        box.setText(tr("The folder \"Repaired-Video-Files\" could not be created in %1.").arg(m_destination));
+        box.setInformativeText(m_folderFailure);
+    } else {
+        box.setText(tr("%n file(s) could not be saved in %1.", nullptr, m_fileFailures.size())
+                        .arg(m_destination + SavedFolderName));
+        box.setInformativeText(m_fileFailures.join('\n'));
+    }
+    m_folderFailure.clear();
+    m_fileFailures.clear();
+    box.exec();
+    return true;
 }
 
 void VideoSavingWindow::OnStop()
@@ -503,7 +537,8 @@ void VideoSavingWindow::OnBack()
         return;
 
     // Not the repair page's working folder: this page has always removed this one on Back.
-    RunShell("rm -R " + ShellQuote("/var/tmp/.CorvaneVideoFileRepairTemp"));
+    RunShell("rm -R " + ShellQuote(OwnFixedPath(ProbeFiles::SaveBackTemp)));
+    PagePreview::CleanPreviews();
     hide();
     StoreGeometry();
     if (isMaximized())
@@ -549,7 +584,7 @@ void VideoSavingWindow::OpenHelp()
 
 void VideoSavingWindow::GetQuickLookProcessID()
 {
-    lstProcessID = ProbePreviewProcessIds();
+    lstProcessID = ThreadPreview::RunningPreviews();
 }
 
 void VideoSavingWindow::OnPreviewMovFile()

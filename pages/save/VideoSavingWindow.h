@@ -40,7 +40,6 @@ public:
 
     // Free bytes of volume; virtual so that tests can stand in for a full disk.
     virtual qint64 GetFree(const QString &volume);
-    bool GetFreeSpace(long long needed, const QString &path);
     void GetQuickLookProcessID();
 
 Q_SIGNALS:
@@ -59,6 +58,7 @@ public Q_SLOTS:
     void OnOverAllMaxProgress(unsigned long maximum);
     void OnInfo(QString text);
     void OnDestInfo(QString path);
+    void OnSaveFailed(QString file, QString reason);
     void OnSavingFinish();
     void OnErrorList();
     void OpenHelp();
@@ -76,6 +76,8 @@ private:
     void SetProgressVisible(bool saving);
     void Preview(QTreeWidgetItem *row, const QString &f4vTitle);
     void StoreGeometry();
+    // Tells which files of the run could not be saved, and why; false when all were.
+    bool ReportSaveFailures();
 
     PagePreview m_previewer{this};
     ThreadVideoSaving m_saving;
@@ -85,5 +87,9 @@ private:
     MyRightTreeWidgetItem *m_root = nullptr;
     quint32 m_nextFileId = 2;
     QString m_destination;
+    // What the saving run in hand could not save: why the folder could not be used, and
+    // "file: reason" for each file.
+    QString m_folderFailure;
+    QStringList m_fileFailures;
     FadeIn m_fade{this, 30};
 };

@@ -1,10 +1,10 @@
 // The whole road, driven through the pages as a user would: the start page, the repair page with
 // files whose names a shell would split, expand or run (non-ASCII letters, a leading '-', a name at
-// the length limit) and one whose sound the repair refuses, a repair run, the save page
-// with its results, saving into a folder with such a name and revealing it through the real script,
-// and the log report saved there as a PDF. Every file arrives and nothing in a name ever runs. A
-// link planted at the shared working folder's name, and planted again as soon as the page removes
-// it, never leads the run anywhere else.
+// the length limit), one whose sound the repair refuses, one cut off before its index and a reference
+// recording for it, a repair run, the save page with its results, saving into a folder with such a
+// name and revealing it through the real script, and the log report saved there as a PDF. Every file
+// arrives and nothing in a name ever runs. A link planted at the shared working folder's name, and
+// planted again as soon as the page removes it, never leads the run anywhere else.
 // With CORVANE_SCREENSHOTS set to a folder, the pages are pictured on the way, with plain names.
 
 #include "Bytes.h"
@@ -39,6 +39,7 @@ namespace
 
 const char *const Marker = "CORVANE_MARKER";
 const QString Refused = "Interview.mov"; // 16-bit PCM sound
+const QString Cut = "Power Cut.mp4";     // cut off before its index; rebuilt from Reference.mp4
 
 void Picture(QWidget *w, const QString &name)
 {
@@ -116,6 +117,11 @@ private Q_SLOTS:
         QVERIFY(Fixtures::Make(m_source + "/" + Refused, pcm));
         for (const QString &name : qAsConst(m_names))
             QVERIFY2(QFile::copy(name.endsWith(".mov") ? mov : mp4, m_source + "/" + name), qPrintable(name));
+        // A two-second recording cut off before its index at the end, and another from the same camera.
+        clip.seconds = 2;
+        QVERIFY(Fixtures::Make(m_dir.filePath("Reference.mp4"), clip) && Fixtures::Make(m_dir.filePath("cut.mp4"), clip));
+        const QByteArray whole = Bytes::ReadFile(m_dir.filePath("cut.mp4"));
+        QVERIFY(Bytes::WriteFile(m_source + "/" + Cut, whole.left(whole.size() * 6 / 10)));
 
         // Stand-ins: the reveal script's programs, in a folder whose name has a blank, dbus-send
         // failing so that xdg-open follows.
@@ -150,6 +156,7 @@ private Q_SLOTS:
         QDir(VideoRepairWindow::TempFolder()).removeRecursively();
     }
 
+
     void repair()
     {
         m_main->OnInitialize();
@@ -160,13 +167,16 @@ private Q_SLOTS:
         VideoRepairWindow *repair = m_main->RepairPage();
         QTRY_VERIFY(repair->isVisible() && m_main->isHidden());
 
-        QStringList chosen{m_source + "/" + Refused};
+        QStringList chosen{m_source + "/" + Refused, m_source + "/" + Cut};
         for (const QString &name : qAsConst(m_names))
             chosen << m_source + "/" + name;
         ChooseVideoFiles = [chosen](QWidget *) { return chosen; };
         ModalAnswerer noBoxes(QMessageBox::Ok, 1000);
         Button(repair, "AddButton")->click();
         QCOMPARE(repair->Tree()->topLevelItem(0)->childCount(), chosen.size());
+        ChooseReferenceFile = [this](QWidget *, const QString &) { return m_dir.filePath("Reference.mp4"); };
+        Button(repair, "ReferenceButton")->click();
+        Picture(repair, "repair-page-reference");
 
         int repairing = 0; // picture the page once the re-encoding pass is under way
         connect(repair->Worker(), &ThreadVideoRepair::Info, repair, [&](const QString &text) {
@@ -182,11 +192,15 @@ private Q_SLOTS:
         QVERIFY(repair->isHidden() && !QFileInfo(VideoRepairWindow::TempFolder()).isSymLink());
         QVERIFY(QDir(m_dir.filePath("victim")).isEmpty());
         QVERIFY(!(QFileInfo(m_dir.filePath("victim")).permissions() & QFile::WriteOther));
+        // The working folder holds the user's results: no other account may enter it.
+        const QFileDevice::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                                QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
+        QVERIFY(!(QFileInfo(VideoRepairWindow::TempFolder()).permissions() & others));
         Save()->resize(820, 600);
         Picture(Save(), "save-page-flow");
 
         QCOMPARE(mY_unsupportedList, QStringList{Refused});
-        QStringList repaired = AllFiles, expected = m_names;
+        QStringList repaired = AllFiles, expected = m_names + QStringList{Cut};
         repaired.sort();
         expected.sort();
         QCOMPARE(repaired, expected);
@@ -194,6 +208,7 @@ private Q_SLOTS:
         QCOMPARE(repair->findChild<QProgressBar *>("progressBarOverAll")->maximum(), chosen.size());
         QCOMPARE(SaveRow(Refused)->text(7), QString("Repair Failed"));
         QVERIFY(!QFileInfo::exists(Temp(Refused)));
+        QCOMPARE(SaveRow(Cut)->text(7), QString("Successfully Repaired"));
         for (const QString &name : qAsConst(m_names)) {
             QTreeWidgetItem *row = SaveRow(name);
             QVERIFY2(row, qPrintable(name));
@@ -206,6 +221,7 @@ private Q_SLOTS:
             QVERIFY(!QFileInfo::exists(Temp("000" + name)) && !QFileInfo::exists(Temp("00" + name)));
         }
     }
+
 
     // Every ticked file is saved (the refused one has nothing to save), then revealed.
     void saveAndReveal()
@@ -223,11 +239,13 @@ private Q_SLOTS:
 
         const QString saved = m_dest + "/Repaired-Video-Files";
         QTRY_COMPARE(Bytes::ReadFile(m_dir.filePath("xdg-open.arg")), QFile::encodeName(saved));
-        QCOMPARE(QDir(saved).entryList(QDir::Files).size(), m_names.size());
+        QCOMPARE(QDir(saved).entryList(QDir::Files).size(), m_names.size() + 1);
         for (const QString &name : qAsConst(m_names))
             QVERIFY2(Bytes::ReadFile(saved + "/" + name) == Bytes::ReadFile(Temp(name)), qPrintable(name));
-        QVERIFY(Fixtures::DecodeErrors(saved + "/" + m_names.first()).isEmpty());
+        for (const QString &name : {m_names.first(), Cut})
+            QVERIFY2(Fixtures::DecodeErrors(saved + "/" + name).isEmpty(), qPrintable(name));
     }
+
 
     // Saved as PDF over an older report of the same name, without a question.
     void logReport()
@@ -253,6 +271,10 @@ private Q_SLOTS:
                          QString("Failed due to unsupported Audio or Video codecs."),
                          "Video File Name : " + m_names.at(1)})
             QVERIFY2(words.contains(line), qPrintable(words));
+        const QRegularExpression rebuilt(
+            "Video File Name : Power Cut.mp4\\s+File Status:\\s+Successfully Repaired.\\s+"
+            "Index rebuilt from Reference.mp4; [1-9][0-9]*\\.[0-9] s recovered.\\s+Date");
+        QVERIFY2(words.contains(rebuilt), qPrintable(words));
     }
 };
 

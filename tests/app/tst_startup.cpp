@@ -98,6 +98,14 @@ private Q_SLOTS:
         QCOMPARE(QColor(window.pixel(400, 515)), QColor(231, 231, 231)); // the page's own grey
         QVERIFY2(Pages::Colours(window) > 100, "the window shows its pictures");
 
+        // A second start hands over to the running program and ends.
+        QProcess second;
+        second.setProcessEnvironment(env);
+        second.start(CORVANE_PROGRAM, QStringList());
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(program.state(), QProcess::Running);
+
         program.terminate();
         if (!program.waitForFinished(5000))
             program.kill();

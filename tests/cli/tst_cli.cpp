@@ -70,10 +70,12 @@ class TstCli : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        for (const char *folder : {"in", "other", "out/Repaired-Video-Files"})
+        for (const char *folder : {"in", "other", "out/Repaired-Video-Files", "taken", "dangling"})
             QVERIFY(QDir().mkpath(At("%c/") + folder));
-        for (const char *file : {"in/a.mov", "other/a.mov", "out/Repaired-Video-Files/b.mp4"})
+        for (const char *file :
+             {"in/a.mov", "other/a.mov", "out/Repaired-Video-Files/b.mp4", "taken/Repaired-Video-Files"})
             QVERIFY(Bytes::WriteFile(At("%c/") + file, "data"));
+        QVERIFY(QFile::link(At("%c/nowhere"), At("%c/dangling/Repaired-Video-Files")));
         QVERIFY(QFile::link(At("%c/out/Repaired-Video-Files/b.mp4"), At("%c/other/b.mp4")));
         m_in = m_dir.filePath("in");
         QVERIFY(QDir().mkpath(m_in) && QDir().mkpath(m_dir.filePath("reports")));
@@ -190,6 +192,25 @@ private Q_SLOTS:
         QCOMPARE(Entries(m_out) + Entries(m_tmp), QStringList());
     }
 
+    // A result larger than the disk (a 2 MiB tmpfs): failed, exit 1, and no cut-off file. Needs the
+    // right to mount a tmpfs.
+    void fullDisk()
+    {
+        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=2m", "tmpfs", m_out}) != 0)
+            QSKIP("mounting a small tmpfs is not permitted here");
+        Fixtures::Clip big = Fixtures::Clip::Of("libx264", "aac", 3, {"-vf", "noise=alls=60:allf=t"});
+        const QString clip = m_tmp + "/big.mp4", result = m_out + "/Repaired-Video-Files/big.mp4";
+        const bool made = Fixtures::Make(clip, big);
+        const Result r = Run({"--structural-only", "--output", m_out, "--temp", m_tmp, clip});
+        const bool cutOff = QFileInfo::exists(result);
+        QProcess::execute("umount", {m_out});
+        QVERIFY(made);
+        QCOMPARE(r.code, 1);
+        QCOMPARE(Lines(r.out).value(0),
+                 "Repair Failed: " + clip + " (could not be saved to " + result + ": No space left on device)");
+        QVERIFY(!cutOff);
+    }
+
     void parse_data()
     {
         QTest::addColumn<QStringList>("args");
@@ -250,6 +271,14 @@ private Q_SLOTS:
         QTest::newRow("input is its own result, by another path")
             << QStringList{"%c/out/Repaired-Video-Files/b.mp4"} << "%c/in/../out" << tmp
             << "the result would overwrite the input %c/out/Repaired-Video-Files/b.mp4";
+        QTest::newRow("a file named like the result folder")
+            << QStringList{"%c/in/a.mov"} << "%c/taken" << tmp
+            << "the folder \"Repaired-Video-Files\" could not be created in %c/taken: Something that is not "
+               "a folder";
+        QTest::newRow("a link to nothing named like it")
+            << QStringList{"%c/in/a.mov"} << "%c/dangling" << tmp
+            << "the folder \"Repaired-Video-Files\" could not be "
+               "created in %c/dangling: A link of that name leads nowhere";
         QTest::newRow("input is a link to its result")
             << QStringList{"%c/other/b.mp4"} << out << tmp
             << "the result would overwrite the input %c/other/b.mp4";

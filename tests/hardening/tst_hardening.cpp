@@ -101,7 +101,7 @@ class TstHardening : public QObject
         SignalLog log(&thread);
         // A slow disk: a saving run then lasts long beside the jitter of a loaded machine's sleeps.
         connect(
-            &save, &ThreadVideoSaving::ProgressValue, &save, [] { QThread::usleep(100); },
+            &save, &ThreadVideoSaving::ProgressValue, &save, [] { QThread::usleep(3000); },
             Qt::DirectConnection);
         StdoutCapture quiet; // the pass prints a line per audio packet
         if (worker == 0)
@@ -150,9 +150,9 @@ private Q_SLOTS:
             QVERIFY(Fixtures::Make(m_fixtures.last(), clip));
             m_sourceBytes << Bytes::ReadFile(m_fixtures.last());
         }
-        // Saving copies 1 KiB at a time: three files of a few hundred chunks each.
+        // Saving copies 1 MiB at a time: three files of four blocks each.
         for (int i = 0; i < 3; ++i) {
-            QByteArray bytes(256 * 1024 + 517 * i, '\0');
+            QByteArray bytes(4 * 1024 * 1024 - 517 * i, '\0');
             for (int j = 0; j < bytes.size(); ++j)
                 bytes[j] = char(j * 31 + i);
             m_saveSources << in + QString("/save-%1.mov").arg(i);

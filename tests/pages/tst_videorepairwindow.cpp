@@ -1,6 +1,7 @@
 // The repair page driven as a user would: adding and removing files, the check boxes, the stop
 // question during a real run, leaving the page, and previews through a stand-in preview program;
-// and the size texts, sorting and copying of the file trees that both pages share.
+// names under /var/tmp that something the program may not remove holds; and the size texts,
+// sorting and copying of the file trees that both pages share.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -12,10 +13,12 @@
 #include "pages/repair/MyTreeWidget.h"
 #include "pages/repair/RepairResults.h"
 #include "pages/repair/VideoRepairWindow.h"
+#include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
 #include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -56,10 +59,11 @@ public:
 // Whether a preview program started on `file` still runs.
 bool Previewing(const QString &file)
 {
-    for (unsigned int id : ProbePreviewProcessIds())
-        if (IsPreviewProcess(id) &&
-            Bytes::ReadFile(QString("/proc/%1/cmdline").arg(id)).contains(file.toUtf8()))
+    for (const QString &id : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray args = Bytes::ReadFile("/proc/" + id + "/cmdline");
+        if (args.contains("VideoFileUtil") && args.contains(file.toUtf8()))
             return true;
+    }
     return false;
 }
 
@@ -220,15 +224,16 @@ private Q_SLOTS:
         QCOMPARE(Enabled(&page, {"AddButton", "RepairButton"}), (QStringList{"AddButton", "RepairButton"}));
     }
 
-    // Back leaves the working folder behind it and tells the start page how to show itself; a close
-    // asks first, and a Yes also removes the preview copies and ends the preview programs.
+    // Back removes the working folder and tells the start page how to show itself; a close asks
+    // first, and a Yes removes it too. Every way out removes the preview copies and ends the
+    // preview programs.
     void leaving_data()
     {
         QTest::addColumn<QString>("how");
         QTest::addColumn<bool>("cleaned"); // the working folder removed
         QTest::addColumn<bool>("previewsEnded");
-        QTest::newRow("back") << "back" << true << false;
-        QTest::newRow("back from a maximised page") << "back maximised" << true << false;
+        QTest::newRow("back") << "back" << true << true;
+        QTest::newRow("back from a maximised page") << "back maximised" << true << true;
         QTest::newRow("close, yes") << "yes" << true << true;
         QTest::newRow("close, no") << "no" << false << false;
         QTest::newRow("close while a run goes") << "running" << false << false;
@@ -330,23 +335,28 @@ private Q_SLOTS:
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
     }
 
-    // A file of the user's that already has the copy's name is left alone: the copy goes into a
-    // private folder, whose guessable name in the shared temporary folder may hold a planted link.
-    void previewNeverOverwritesAUsersFile()
+    // A preview before a run writes nothing beside the user's file and leaves nothing behind after
+    // Back; a preview program this process did not start (another running copy's, or another
+    // account's) is never ended.
+    void previewLeavesNothingAndEndsOnlyItsOwn()
     {
-        strPreviewerPath = "/bin/true";
-        const QString source = File("mine.mov", 100), taken = PreviewCopyName(source);
-        const QString guessed = QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
-                                "/CorvaneVideoPreview-" + QString::number(QCoreApplication::applicationPid());
-        QVERIFY(Bytes::WriteFile(taken, "my own file") && QDir().mkpath(m_dir.filePath("victim")));
-        QVERIFY(QFile::link(m_dir.filePath("victim"), guessed));
-        Page page({source});
+        strPreviewerPath = Previewer(m_dir.filePath("own.log"));
+        const QString theirs = m_dir.filePath("VideoFileUtil.app/Contents/MacOS/VideoFileUtil");
+        QDir().mkpath(QFileInfo(theirs).path());
+        QFile::copy(QStandardPaths::findExecutable("sleep"), theirs);
+        QProcess foreign;
+        foreign.start(theirs, {"30"});
+        QVERIFY(foreign.waitForStarted());
+        Page page({File("mine.mov", 100)});
         page.OnDoubleClicked(page.Root()->child(0), 0);
-        QCOMPARE(lstRunningFilePath, QStringList{guessed + "/ mine.mov"});
-        QCOMPARE(QFileInfo(lstRunningFilePath.first()).size(), 100);
-        QVERIFY(!QFileInfo(guessed).isSymLink() && QDir(m_dir.filePath("victim")).isEmpty());
-        QCOMPARE(Bytes::ReadFile(taken), QByteArray("my own file"));
-        QDir(guessed).removeRecursively();
+        const QString copy = lstRunningFilePath.value(0);
+        QCOMPARE(QFileInfo(copy).size(), 100);
+        QCOMPARE(QDir(m_dir.path()).entryList({"*mine.mov"}), QStringList{"mine.mov"});
+        page.OnGoBack();
+        QVERIFY(!QFileInfo::exists(copy));
+        QVERIFY(!foreign.waitForFinished(300));
+        foreign.kill();
+        foreign.waitForFinished();
     }
 
     void sizeText_data()
@@ -402,6 +412,46 @@ private Q_SLOTS:
         QVERIFY(dynamic_cast<MyRightTreeWidgetItem *>(copy->child(0)) && copy->child(0) != root->child(0));
         QCOMPARE(copy->child(0)->text(Col::TemporaryPath), QString("/tmp/Alpha"));
         QCOMPARE(copy->child(0)->checkState(0), Qt::PartiallyChecked);
+    }
+
+    // Names under /var/tmp held by something the program may not remove (a folder of another
+    // account's that is mounted there cannot go): another account's names are none of this one's
+    // business, and its own, when taken, are reported rather than met with silence.
+    void takenNames_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("box"); // empty when the repair runs
+        QTest::newRow("another account's probe file") << "/var/tmp/TempFile" << QString();
+        QTest::newRow("another account's working folder") << "/var/tmp/.CorvaneVideoRepairTemp" << QString();
+        QTest::newRow("our probe file")
+            << OwnFixedPath(ProbeFiles::TempFile) << "The free space on the boot drive could not be checked.";
+        QTest::newRow("our working folder")
+            << VideoRepairWindow::TempFolder() << "The working folder for the repair could not be made.";
+    }
+
+    void takenNames()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, box);
+        const QString source = m_dir.filePath("clip.mp4");
+        QVERIFY(QFileInfo::exists(source) || Fixtures::Make(source, Fixtures::Clip::Of("libx264", "aac", 1)));
+        QDir(VideoRepairWindow::TempFolder()).removeRecursively();
+        QVERIFY(QDir().mkpath(path));
+        const auto unmount = qScopeGuard([&path] {
+            QProcess::execute("umount", {path});
+            QDir().rmdir(path);
+        });
+        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=64k,uid=65534,mode=0755", "tmpfs", path}) != 0)
+            QSKIP("mounting a tmpfs is not permitted here");
+        VideoRepairWindow page;
+        page.OnInitialSettings();
+        page.AddFiles({source});
+        QSignalSpy finished(page.Worker(), &ThreadVideoRepair::RepairFinish);
+        ModalAnswerer answer(QMessageBox::Ok, 1000);
+        page.OnRepairVideoFiles();
+        QVERIFY(box.isEmpty() ? finished.wait(60000) : finished.isEmpty());
+        QTRY_VERIFY(!bProcessRunning);
+        QCOMPARE(answer.Text(), box);
     }
 };
 

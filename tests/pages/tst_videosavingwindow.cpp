@@ -14,6 +14,8 @@
 #include "pages/save/SaveShell.h"
 #include "pages/save/SavingFinishDlg.h"
 #include "pages/save/VideoSavingWindow.h"
+#include "probes/ProbeText.h"
+#include "probes/ShellProbes.h"
 #include "repair/ProcessFlags.h"
 #include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
@@ -196,11 +198,12 @@ private Q_SLOTS:
         QVERIFY(!bStopFlag);
     }
 
-    // A destination that fills up during the save (three files of 1.5 MiB on 2 MiB): the run still
-    // ends and the page browses again, as after any save. Needs the right to mount a tmpfs.
+    // A destination that fills up during the save (three files of 1.5 MiB on 2 MiB): the page says
+    // which files failed and why, no cut-off file stays, and the page browses again, as after any
+    // save. Needs the right to mount a tmpfs.
     void fullDestination()
     {
-        const QString mount = m_dir.filePath("small");
+        const QString mount = m_dir.filePath("small"), folder = mount + "/Repaired-Video-Files";
         QDir().mkpath(mount);
         if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=2m", "tmpfs", mount}) != 0)
             QSKIP("mounting a small tmpfs is not permitted here");
@@ -211,15 +214,21 @@ private Q_SLOTS:
         Page page(nullptr, result);
         page.show();
         ChooseFolder = [mount] { return mount; };
-        ModalAnswerer noBoxes(QMessageBox::Ok, 1000);
-        const bool saved = SaveAndFinish(page) == mount + "/Repaired-Video-Files";
-        const QByteArray first = Bytes::ReadFile(mount + "/Repaired-Video-Files/clip0.mov");
+        ModalAnswerer failures(QMessageBox::Ok, 30000);
+        Button(&page, "SaveButton")->click();
+        QTRY_VERIFY_WITH_TIMEOUT(failures.Answered() && !bProcessRunning, 30000);
+        const QStringList left = QDir(folder).entryList(QDir::Files);
+        const QByteArray first = Bytes::ReadFile(folder + "/clip0.mov");
         QProcess::execute("umount", {mount});
-        QVERIFY(saved && !noBoxes.Answered());
+        QCOMPARE(failures.Text(), "2 file(s) could not be saved in " + folder + ".");
+        QCOMPARE(failures.InformativeText(),
+                 QString("clip1.mov: No space left on device\nclip2.mov: No space left on device"));
+        QVERIFY(!QApplication::activeModalWidget()); // no "File saved successfully."
+        QCOMPARE(left, QStringList{"clip0.mov"});
+        QCOMPARE(first, QByteArray(1536 * 1024, 'a')); // the first file fitted and is whole
         QCOMPARE(page.State(), QString("U:UUU "));
         QVERIFY(page.Tree()->isEnabled() && Button(&page, "StopButton")->isHidden());
         QVERIFY(Button(&page, "BackButton")->isEnabled());
-        QCOMPARE(first, QByteArray(1536 * 1024, 'a')); // the first file fitted and is whole
     }
 
     // A close while saving is refused without a question; otherwise a close and Back ask, and a Yes
@@ -324,14 +333,15 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(bool, planted);
         const QString folder = m_dir.filePath("run/" + name), victim = m_dir.filePath("run/victim");
-        QFile::remove(RevealScriptPath);
+        const QString script = OwnFixedPath(ProbeFiles::RevealScript);
+        QFile::remove(script);
         if (planted)
-            QVERIFY(Bytes::WriteFile(victim, "exit 0\n") && QFile::link(victim, RevealScriptPath));
+            QVERIFY(Bytes::WriteFile(victim, "exit 0\n") && QFile::link(victim, script));
         const QString cwd = QDir::currentPath();
         QDir::setCurrent(m_dir.filePath("run"));
         SavingFinishDlg(nullptr, folder).ShowDestPath();
         QDir::setCurrent(cwd);
-        QVERIFY(!QFileInfo::exists(RevealScriptPath) && !QFileInfo(RevealScriptPath).isSymLink());
+        QVERIFY(!QFileInfo::exists(script) && !QFileInfo(script).isSymLink());
         QTRY_COMPARE(Bytes::ReadFile(m_dir.filePath("xdg-open.args")), folder.toUtf8() + '\0');
         QVERIFY(!planted || Bytes::ReadFile(victim) == "exit 0\n");
         const QByteArray uri = QUrl::fromLocalFile(folder).toEncoded().replace(",", "%2C");

@@ -6,6 +6,7 @@
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 
+#include <QScopeGuard>
 #include <QSysInfo>
 #include <QtTest>
 
@@ -32,40 +33,38 @@ private Q_SLOTS:
         auto row = [](const char *name, const QString &got, const QString &expected) {
             QTest::newRow(name) << got << expected;
         };
-        const QString grepFree = " | grep 'Free Space:' >> /var/tmp/TempFile",
-                      tail = "/VideoFileUtil.app/Contents/MacOS/VideoFileUtil";
-        row("mac free space, repair page", MacProbe::FreeSpaceCommandRepairPage("/Volumes/Data"),
+        // Each account's output files carry its user id: 501 on the Mac, 1000 on Linux.
+        const QString grepFree = " | grep 'Free Space:' >> /var/tmp/TempFile-501";
+        row("mac free space, repair page", MacProbe::FreeSpaceCommandRepairPage("/Volumes/Data", 501),
             "diskutil info /Volumes/Data" + grepFree);
-        row("mac free space, repair page, a blank", MacProbe::FreeSpaceCommandRepairPage("/Volumes/A B"),
+        row("mac free space, repair page, a blank", MacProbe::FreeSpaceCommandRepairPage("/Volumes/A B", 501),
             "diskutil info '/Volumes/A B'" + grepFree);
-        row("mac free space, save page", MacProbe::FreeSpaceCommandSavePage("/Volumes/Data"),
+        row("mac free space, save page", MacProbe::FreeSpaceCommandSavePage("/Volumes/Data", 501),
             "diskutil info '/Volumes/Data'" + grepFree);
-        row("mac version", MacProbe::OsVersionCommand(false),
-            "sw_vers | grep ProductVersion >>/var/tmp/TempFile");
-        row("mac version, PowerPC", MacProbe::OsVersionCommand(true),
-            "sw_vers | grep ProductVersion >& /var/tmp/TempFile");
-        row("mac browser, a user", MacProbe::DefaultsReadCommand("anna"),
-            "defaults read /Users/anna/Library/Preferences/com.apple.LaunchServices >> /var/tmp/browser");
-        row("mac browser, root", MacProbe::DefaultsReadCommand("root"),
+        row("mac version", MacProbe::OsVersionCommand(false, 501),
+            "sw_vers | grep ProductVersion >>/var/tmp/TempFile-501");
+        row("mac version, PowerPC", MacProbe::OsVersionCommand(true, 501),
+            "sw_vers | grep ProductVersion >& /var/tmp/TempFile-501");
+        row("mac browser, a user", MacProbe::DefaultsReadCommand("anna", 501),
+            "defaults read /Users/anna/Library/Preferences/com.apple.LaunchServices >> /var/tmp/browser-501");
+        row("mac browser, root", MacProbe::DefaultsReadCommand("root", 501),
             "defaults read /private/var/root/Library/Preferences/com.apple.LaunchServices >> "
-            "/var/tmp/browser");
-        row("mac browser path", MacProbe::LsregisterCommand("Firefox"),
+            "/var/tmp/browser-501");
+        row("mac browser path", MacProbe::LsregisterCommand("Firefox", 501),
             "/System/Library/Frameworks/CoreServices.framework/Versions/A/Frameworks/"
             "LaunchServices.framework/"
             "Versions/A/Support/lsregister -dump | grep --after-context 1 ^bundle | grep --only-matching "
-            "'/.*Firefox.app' >> /var/tmp/browserPath");
-        row("mac preview processes", MacProbe::PreviewProcessCommand(),
-            "ps -A | grep " + tail + " > /var/tmp/TempFile");
-        row("linux free space, repair page", LinuxProbe::FreeSpaceCommandRepairPage("/"),
-            "timeout 10 df -P -B1 / >> /var/tmp/TempFile");
-        row("linux free space, save page", LinuxProbe::FreeSpaceCommandSavePage("/media/a"),
-            "timeout 10 df -P -B1 '/media/a' >> /var/tmp/TempFile");
-        row("linux version", LinuxProbe::OsVersionCommand(),
-            "grep VERSION_ID /etc/os-release >>/var/tmp/TempFile");
-        row("linux browser", LinuxProbe::DefaultBrowserCommand(),
-            "xdg-settings get default-web-browser >> /var/tmp/browser");
-        row("linux preview processes", LinuxProbe::PreviewProcessCommand(),
-            "ps -A -o pid=,args= | grep " + tail + " > /var/tmp/TempFile");
+            "'/.*Firefox.app' >> /var/tmp/browserPath-501");
+        row("linux free space, repair page", LinuxProbe::FreeSpaceCommandRepairPage("/", 1000),
+            "timeout 10 df -P -B1 / >> /var/tmp/TempFile-1000");
+        row("linux free space, save page", LinuxProbe::FreeSpaceCommandSavePage("/media/a", 1000),
+            "timeout 10 df -P -B1 '/media/a' >> /var/tmp/TempFile-1000");
+        row("linux version", LinuxProbe::OsVersionCommand(1000),
+            "grep VERSION_ID /etc/os-release >>/var/tmp/TempFile-1000");
+        row("linux browser", LinuxProbe::DefaultBrowserCommand(1000),
+            "xdg-settings get default-web-browser >> /var/tmp/browser-1000");
+        row("an account's working folder", ProbeFiles::ForUser(ProbeFiles::RepairTemp, 7),
+            "/var/tmp/.CorvaneVideoRepairTemp-7");
 
         auto bytes = [](qint64 n) { return QString::number(n); };
         row("free space, repair page: the exact count of a volume line",
@@ -136,15 +135,6 @@ private Q_SLOTS:
             LinuxProbe::ExecProgram(head + "Exec=/usr/bin/flatpak run org.example.Web @@u %u @@\n"), "");
         row("exec line: snap", LinuxProbe::ExecProgram(head + "Exec=snap run web %u\n"), "");
 
-        // The grep line's own process id is collected too; lines without a number are not.
-        QStringList ids;
-        for (unsigned int id : ParsePreviewProcessIds(
-                 {"  312 ??  0:01.20 /Applications/X.app/Contents/Resources/Corvane.app/Contents/Resources" +
-                      tail + " /var/tmp/ a.mov",
-                  "  401 ttys000    0:00.00 grep " + tail, "  402 ttys000    0:00.00 /usr/bin/other",
-                  "  x17 odd line " + tail, "    0 " + tail}))
-            ids << QString::number(id);
-        row("preview process ids", ids.join(' '), "312 401");
     }
 
     void texts()
@@ -184,7 +174,7 @@ private Q_SLOTS:
         const qint64 repairPage = ProbeFreeBytesRepairPage("/");
         QVERIFY(repairPage > 0);
         QVERIFY2(qAbs(repairPage - expected) <= expected / 100, qPrintable(QString::number(repairPage)));
-        QVERIFY(!QFile::exists("/var/tmp/TempFile"));
+        QVERIFY(!QFile::exists(OwnFixedPath(ProbeFiles::TempFile)));
 
         // A folder with blanks and quotes in its name is quoted and measured; a missing one is 0.
         QTemporaryDir dir;
@@ -221,46 +211,21 @@ private Q_SLOTS:
         QCOMPARE(ProbeDefaultBrowser(), program);
         QCOMPARE(StrUserPath, getuid() == 0 ? QString("/root/") : QString("/home/"));
         QVERIFY(!StrUserName.isEmpty());
-        QVERIFY(!QFile::exists("/var/tmp/browser"));
-    }
-
-    void previewProcessLookup()
-    {
-        QTemporaryDir dir;
-        const QString folder = dir.filePath("Bundle/VideoFileUtil.app/Contents/MacOS");
-        QVERIFY(QDir().mkpath(folder));
-        const QString fake = folder + "/VideoFileUtil";
-        QVERIFY(QFile::copy(QStandardPaths::findExecutable("sleep"), fake));
-
-        QProcess previewer;
-        previewer.start(fake, {"60"});
-        QVERIFY(previewer.waitForStarted());
-        const unsigned int id = unsigned(previewer.processId());
-
-        const QList<unsigned int> running = ProbePreviewProcessIds();
-        QVERIFY(running.contains(id));
-        QVERIFY2(running.size() >= 2, "the lookup's own grep line is collected too");
-        QVERIFY(IsPreviewProcess(id) && !IsPreviewProcess(unsigned(getpid())));
-        KillPreviewProcess(unsigned(getpid())); // not a previewer: nothing is sent
-        KillPreviewProcess(id);
-        QVERIFY(previewer.waitForFinished(5000));
-        QCOMPARE(previewer.exitStatus(), QProcess::CrashExit);
-        QVERIFY(!ProbePreviewProcessIds().contains(id));
+        QVERIFY(!QFile::exists(OwnFixedPath(ProbeFiles::Browser)));
     }
 
     // The output files sit under fixed names in /var/tmp, where anybody may plant a link: a probe
     // answers as before and never writes where the link points. Something it cannot remove under
-    // the name makes it answer nothing, and is left alone.
+    // the name makes it answer that it could not tell, and is left alone.
     void plantedOutputFiles()
     {
         QTemporaryDir dir;
         const QString victim = dir.filePath("victim");
         const QList<QPair<QString, std::function<QString()>>> probes{
-            {ProbeFiles::TempFile, [] { return QString::number(ProbeFreeBytesRepairPage("/") > 0); }},
-            {ProbeFiles::TempFile, [] { return QString::number(ProbeFreeBytesSavePage("/") > 0); }},
-            {ProbeFiles::TempFile, [] { return ProbeBootOSVersion(false); }},
-            {ProbeFiles::TempFile, [] { return QString::number(!ProbePreviewProcessIds().isEmpty()); }},
-            {ProbeFiles::Browser, [] { return ProbeDefaultBrowser(); }}};
+            {OwnFixedPath(ProbeFiles::TempFile), [] { return QString::number(ProbeFreeBytesRepairPage("/") > 0); }},
+            {OwnFixedPath(ProbeFiles::TempFile), [] { return QString::number(ProbeFreeBytesSavePage("/") > 0); }},
+            {OwnFixedPath(ProbeFiles::TempFile), [] { return ProbeBootOSVersion(false); }},
+            {OwnFixedPath(ProbeFiles::Browser), [] { return ProbeDefaultBrowser(); }}};
         for (const auto &probe : probes) {
             const QString expected = probe.second();
             QVERIFY(Bytes::WriteFile(victim, "not yours"));
@@ -270,13 +235,13 @@ private Q_SLOTS:
             QCOMPARE(Bytes::ReadFile(victim), QByteArray("not yours"));
             QVERIFY(!QFileInfo(probe.first).isSymLink());
         }
-        QFile::remove(ProbeFiles::TempFile);
-        QVERIFY(QDir().mkdir(ProbeFiles::TempFile) &&
-                Bytes::WriteFile(QString(ProbeFiles::TempFile) + "/in", "x"));
-        QCOMPARE(ProbeFreeBytesRepairPage("/"), 0);
+        const QString own = OwnFixedPath(ProbeFiles::TempFile);
+        QFile::remove(own);
+        const auto removed = qScopeGuard([&own] { QDir(own).removeRecursively(); });
+        QVERIFY(QDir().mkdir(own) && Bytes::WriteFile(own + "/in", "x"));
+        QCOMPARE(ProbeFreeBytesRepairPage("/"), -1); // could not be checked
         QCOMPARE(ProbeBootOSVersion(false), QString());
-        QCOMPARE(Bytes::ReadFile(QString(ProbeFiles::TempFile) + "/in"), QByteArray("x"));
-        QDir(ProbeFiles::TempFile).removeRecursively();
+        QCOMPARE(Bytes::ReadFile(own + "/in"), QByteArray("x"));
     }
 };
 

@@ -19,7 +19,6 @@
 
 using Fixtures::Clip;
 using Verdict = RepairOutcome::Verdict;
-Q_DECLARE_METATYPE(Fixtures::Clip)
 
 namespace
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMetaType>
 #include <QString>
 #include <QStringList>
 
@@ -57,3 +58,5 @@ QString CodecName(const QString &path, const QString &kind);
 QString VideoSize(const QString &path); // "650x370"
 
 } // namespace Fixtures
+
+Q_DECLARE_METATYPE(Fixtures::Clip)

@@ -1,9 +1,11 @@
 // The worker threads: the order of the repair worker's signals, stop requests at each stage and
-// its working copies; the saving worker's chunked copies into "Repaired-Video-Files", its signals and
-// stops; the preview worker; and the two process-wide flags.
+// its working copies; the saving worker's block copies into "Repaired-Video-Files", its signals,
+// failures and stops, and the copy routine beneath it; the preview worker; and the two process-wide
+// flags.
 
 #include "Bytes.h"
 #include "SignalLog.h"
+#include "repair/BlockCopy.h"
 #include "repair/RepairContext.h"
 #include "repair/ThreadVideoRepair.h"
 #include "workers/ThreadPreview.h"
@@ -16,10 +18,15 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using Bytes::Builder;
 
 namespace
 {
+
+constexpr int MiB = 1 << 20;
 
 // Stands in for the re-encoding pass: records the list it is handed.
 class RecordingRepair : public ThreadVideoRepair
@@ -233,11 +240,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("files");
         QTest::addColumn<QStringList>("log");
-        QTest::newRow("chunks of 1 KiB")
+        QTest::newRow("one block")
             << QStringList{"a.mov=2500"}
             << QStringList{"OverAllMaxProgress(1)", "Info(Saving a.mov file)", "OverAllProgressValue(0)",
-                           "MaxProgress(2500)",     "ProgressValue(1024)",     "ProgressValue(2048)",
-                           "ProgressValue(2500)",   "SavingFinish()"};
+                           "MaxProgress(2500)", "ProgressValue(2500)", "SavingFinish()"};
         QTest::newRow("an empty file")
             << QStringList{"empty.mp4=0"}
             << QStringList{"OverAllMaxProgress(1)", "Info(Saving empty.mp4 file)", "OverAllProgressValue(0)",
@@ -276,24 +282,57 @@ private Q_SLOTS:
                      f.endsWith("=-1") ? Pattern(9000).mid(1) : Pattern(f.section('=', 1).toInt()));
     }
 
+    // Progress after the first block, then throttled, and always the size last.
+    void blocks()
+    {
+        const QString a = m_src + "/a.mov";
+        QVERIFY(Bytes::WriteFile(a, Pattern(5 * MiB + 7)));
+        ThreadVideoSaving w;
+        SignalLog emitted(&w);
+        w.SetInitialSettings({a}, m_dest);
+        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
+        const QStringList progress = emitted.Only("ProgressValue");
+        QCOMPARE(emitted.Lines().mid(4, 2), (QStringList{"MaxProgress(5242887)", "ProgressValue(1048576)"}));
+        QCOMPARE(emitted.Lines().mid(5 + progress.size()), QStringList{"SavingFinish()"});
+        QCOMPARE(progress.last(), QString("ProgressValue(5242887)"));
+        QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(5 * MiB + 7));
+    }
+
+    // A file of the result folder's name beside the user's video: nothing is written, the run says why.
+    void unusableFolder()
+    {
+        QDir(m_dest + "/Repaired-Video-Files").removeRecursively();
+        QVERIFY(Bytes::WriteFile(m_dest + "/Repaired-Video-Files", "mine") &&
+                Bytes::WriteFile(m_dest + "/a.mov", "the user's own") &&
+                Bytes::WriteFile(m_src + "/a.mov", Pattern(100)));
+        ThreadVideoSaving w;
+        SignalLog emitted(&w);
+        w.SetInitialSettings({m_src + "/a.mov"}, m_dest);
+        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
+        QCOMPARE(emitted.Lines().mid(2),
+                 (QStringList{"SaveFailed(, Something that is not a folder has that name.)", "SavingFinish()"}));
+        QCOMPARE(Bytes::ReadFile(m_dest + "/a.mov"), QByteArray("the user's own"));
+        QCOMPARE(QDir(m_dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 2);
+    }
+
     void stopDuringSecondOfThree()
     {
         const QStringList files{m_src + "/a.mov", m_src + "/b.mov", m_src + "/c.mov"};
         for (const QString &f : files)
-            QVERIFY(Bytes::WriteFile(f, Pattern(3000)));
+            QVERIFY(Bytes::WriteFile(f, Pattern(3 * MiB)));
         QDir(m_dest + "/Repaired-Video-Files").removeRecursively(); // the worker makes it
         ThreadVideoSaving w;
         SignalLog emitted(&w);
         bool second = false;
         emitted.OnLine = [&](const QString &line) {
             second |= line == "OverAllProgressValue(1)";
-            bStopFlag = bStopFlag || (second && line == "ProgressValue(1024)");
+            bStopFlag = bStopFlag || (second && line == "ProgressValue(1048576)");
         };
         w.SetInitialSettings(files, m_dest);
         QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
 
-        QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(3000));
-        QCOMPARE(Bytes::ReadFile(Saved("b.mov")), Pattern(1024));
+        QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(3 * MiB));
+        QCOMPARE(Bytes::ReadFile(Saved("b.mov")), Pattern(MiB));
         QVERIFY(!QFileInfo::exists(Saved("c.mov")));
         QVERIFY(!emitted.Lines().contains("Info(Saving c.mov file)"));
         QCOMPARE(emitted.Lines().last(), QString("SavingFinish()"));
@@ -302,7 +341,47 @@ private Q_SLOTS:
         ThreadVideoSaving again;
         again.SetInitialSettings(files, m_dest);
         QVERIFY(again.wait(30000) && !bStopFlag && !bProcessRunning);
-        QCOMPARE(Bytes::ReadFile(Saved("c.mov")), Pattern(3000));
+        QCOMPARE(Bytes::ReadFile(Saved("c.mov")), Pattern(3 * MiB));
+    }
+
+    // Both ways of copying (the kernel's between files, reads and writes from a pipe) see a source
+    // that ends early and a failed write.
+    void copyRoutine_data()
+    {
+        QTest::addColumn<bool>("pipe");
+        QTest::addColumn<int>("bytes"); // what the source holds; the copy is asked for 2 MiB + 3
+        QTest::addColumn<QString>("to");
+        QTest::addColumn<int>("status");
+        const QString file = m_dir.filePath("out");
+        QTest::newRow("pipe: whole") << true << 2 * MiB + 3 << file << int(BlockCopyResult::Complete);
+        for (bool pipe : {false, true}) {
+            const QByteArray how = pipe ? "pipe: " : "file: ";
+            QTest::newRow(how + "ends early") << pipe << MiB + 5 << file << int(BlockCopyResult::ReadFailed);
+            QTest::newRow(how + "full disk") << pipe << MiB << "/dev/full" << int(BlockCopyResult::WriteFailed);
+        }
+    }
+
+    void copyRoutine()
+    {
+        QFETCH(bool, pipe);
+        QFETCH(int, bytes);
+        QFETCH(QString, to);
+        QFETCH(int, status);
+        const QString from = m_src + "/in";
+        QVERIFY(Bytes::WriteFile(from, Pattern(bytes)));
+        FILE *in = pipe ? popen(qPrintable("cat '" + from + "'"), "r") : fopen(qPrintable(from), "r");
+        const int out = open(QFile::encodeName(to).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        QList<quint64> progress;
+        const BlockCopyResult r = CopyBlocks(fileno(in), out, 2 * MiB + 3, nullptr, [&](quint64 d) { progress << d; });
+        close(out);
+        pipe ? pclose(in) : fclose(in);
+        QCOMPARE(int(r.status), status);
+        QCOMPARE(r.copied, quint64(to == "/dev/full" ? 0 : bytes));
+        QCOMPARE(r.Reason().isEmpty(), r.Ok());
+        if (r.Ok()) {
+            QCOMPARE(Bytes::ReadFile(to), Pattern(bytes));
+            QCOMPARE(progress.last(), quint64(bytes));
+        }
     }
 
     // The preview program gets the file exactly, whatever the names hold, and nothing in them runs;
