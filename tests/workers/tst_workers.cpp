@@ -1,7 +1,5 @@
-// The worker threads: the order of the repair worker's signals, stop requests at each stage and
-// its working copies; the saving worker's block copies into "Repaired-Video-Files", its signals,
-// failures and stops, and the copy routine beneath it; the preview worker; and the two process-wide
-// flags.
+// The worker threads: the repair worker's signals, stops and working copies; the saving worker's
+// copies, signals, failures and stops, and the copy routine beneath it; the preview worker.
 
 #include "Bytes.h"
 #include "SignalLog.h"
@@ -91,12 +89,21 @@ class TstWorkers : public QObject
 
     QString Saved(const QString &name) const { return m_dest + "/Repaired-Video-Files/" + name; }
 
-    void Finish(ThreadVideoRepair &w)
+    void Finish(QThread &w)
     {
         QVERIFY(w.wait(30000));
-        QVERIFY(!bStopFlag);
-        QVERIFY(!bProcessRunning);
-        QVERIFY(!pHandle);
+        QVERIFY(!bStopFlag && !bProcessRunning && !pHandle);
+    }
+
+    // One saving run of `sources` into the destination; every signal it gave.
+    QStringList Save(const QStringList &sources, std::function<void(const QString &)> onLine = {})
+    {
+        ThreadVideoSaving w;
+        SignalLog emitted(&w);
+        emitted.OnLine = onLine;
+        w.SetInitialSettings(sources, m_dest);
+        Finish(w);
+        return emitted.Lines();
     }
 
 private Q_SLOTS:
@@ -160,14 +167,12 @@ private Q_SLOTS:
         QFETCH(QStringList, repaired);
         QFETCH(QStringList, untouched);
         QStringList sources;
+        QList<QDateTime> written;
         for (const QString &name : files) {
             sources << m_src + "/" + name;
-            if (name != "gone.mov")
-                QVERIFY(Bytes::WriteFile(sources.last(), Damaged()));
+            QVERIFY(name == "gone.mov" || Bytes::WriteFile(sources.last(), Damaged()));
+            written << QFileInfo(sources.last()).lastModified();
         }
-        QList<QDateTime> written;
-        for (const QString &s : sources)
-            written << QFileInfo(s).lastModified();
 
         RecordingRepair w;
         SignalLog seen(&w);
@@ -240,10 +245,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("files");
         QTest::addColumn<QStringList>("log");
-        QTest::newRow("one block")
-            << QStringList{"a.mov=2500"}
-            << QStringList{"OverAllMaxProgress(1)", "Info(Saving a.mov file)", "OverAllProgressValue(0)",
-                           "MaxProgress(2500)", "ProgressValue(2500)", "SavingFinish()"};
+        QTest::newRow("one block") << QStringList{"a.mov=2500"}
+                                   << QStringList{"OverAllMaxProgress(1)",   "Info(Saving a.mov file)",
+                                                  "OverAllProgressValue(0)", "MaxProgress(2500)",
+                                                  "ProgressValue(2500)",     "SavingFinish()"};
         QTest::newRow("an empty file")
             << QStringList{"empty.mp4=0"}
             << QStringList{"OverAllMaxProgress(1)", "Info(Saving empty.mp4 file)", "OverAllProgressValue(0)",
@@ -270,11 +275,7 @@ private Q_SLOTS:
             if (size >= 0)
                 QVERIFY(Bytes::WriteFile(sources.last(), Pattern(size)));
         }
-        ThreadVideoSaving w;
-        SignalLog emitted(&w);
-        w.SetInitialSettings(sources, m_dest);
-        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
-        QCOMPARE(emitted.Lines(),
+        QCOMPARE(Save(sources),
                  QStringList{"DestInfo(" + QDir(m_dest).absolutePath() + "/Repaired-Video-Files)"} + log);
         // Each copy replaces what stood under its name; a file that could not be read leaves it.
         for (const QString &f : files)
@@ -287,13 +288,9 @@ private Q_SLOTS:
     {
         const QString a = m_src + "/a.mov";
         QVERIFY(Bytes::WriteFile(a, Pattern(5 * MiB + 7)));
-        ThreadVideoSaving w;
-        SignalLog emitted(&w);
-        w.SetInitialSettings({a}, m_dest);
-        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
-        const QStringList progress = emitted.Only("ProgressValue");
-        QCOMPARE(emitted.Lines().mid(4, 2), (QStringList{"MaxProgress(5242887)", "ProgressValue(1048576)"}));
-        QCOMPARE(emitted.Lines().mid(5 + progress.size()), QStringList{"SavingFinish()"});
+        const QStringList lines = Save({a}), progress = lines.filter(QRegularExpression("^ProgressValue"));
+        QCOMPARE(lines.mid(4, 2), (QStringList{"MaxProgress(5242887)", "ProgressValue(1048576)"}));
+        QCOMPARE(lines.mid(5 + progress.size()), QStringList{"SavingFinish()"});
         QCOMPARE(progress.last(), QString("ProgressValue(5242887)"));
         QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(5 * MiB + 7));
     }
@@ -305,12 +302,9 @@ private Q_SLOTS:
         QVERIFY(Bytes::WriteFile(m_dest + "/Repaired-Video-Files", "mine") &&
                 Bytes::WriteFile(m_dest + "/a.mov", "the user's own") &&
                 Bytes::WriteFile(m_src + "/a.mov", Pattern(100)));
-        ThreadVideoSaving w;
-        SignalLog emitted(&w);
-        w.SetInitialSettings({m_src + "/a.mov"}, m_dest);
-        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
-        QCOMPARE(emitted.Lines().mid(2),
-                 (QStringList{"SaveFailed(, Something that is not a folder has that name.)", "SavingFinish()"}));
+        QCOMPARE(
+            Save({m_src + "/a.mov"}).mid(2),
+            (QStringList{"SaveFailed(, Something that is not a folder has that name.)", "SavingFinish()"}));
         QCOMPARE(Bytes::ReadFile(m_dest + "/a.mov"), QByteArray("the user's own"));
         QCOMPARE(QDir(m_dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 2);
     }
@@ -321,26 +315,17 @@ private Q_SLOTS:
         for (const QString &f : files)
             QVERIFY(Bytes::WriteFile(f, Pattern(3 * MiB)));
         QDir(m_dest + "/Repaired-Video-Files").removeRecursively(); // the worker makes it
-        ThreadVideoSaving w;
-        SignalLog emitted(&w);
         bool second = false;
-        emitted.OnLine = [&](const QString &line) {
+        const QStringList lines = Save(files, [&](const QString &line) {
             second |= line == "OverAllProgressValue(1)";
             bStopFlag = bStopFlag || (second && line == "ProgressValue(1048576)");
-        };
-        w.SetInitialSettings(files, m_dest);
-        QVERIFY(w.wait(30000) && !bStopFlag && !bProcessRunning);
-
+        });
         QCOMPARE(Bytes::ReadFile(Saved("a.mov")), Pattern(3 * MiB));
         QCOMPARE(Bytes::ReadFile(Saved("b.mov")), Pattern(MiB));
         QVERIFY(!QFileInfo::exists(Saved("c.mov")));
-        QVERIFY(!emitted.Lines().contains("Info(Saving c.mov file)"));
-        QCOMPARE(emitted.Lines().last(), QString("SavingFinish()"));
-
-        // The next run starts clean and copies everything.
-        ThreadVideoSaving again;
-        again.SetInitialSettings(files, m_dest);
-        QVERIFY(again.wait(30000) && !bStopFlag && !bProcessRunning);
+        QVERIFY(!lines.contains("Info(Saving c.mov file)"));
+        QCOMPARE(lines.last(), QString("SavingFinish()"));
+        Save(files); // the next run starts clean and copies everything
         QCOMPARE(Bytes::ReadFile(Saved("c.mov")), Pattern(3 * MiB));
     }
 
@@ -357,7 +342,8 @@ private Q_SLOTS:
         for (bool pipe : {false, true}) {
             const QByteArray how = pipe ? "pipe: " : "file: ";
             QTest::newRow(how + "ends early") << pipe << MiB + 5 << file << int(BlockCopyResult::ReadFailed);
-            QTest::newRow(how + "full disk") << pipe << MiB << "/dev/full" << int(BlockCopyResult::WriteFailed);
+            QTest::newRow(how + "full disk")
+                << pipe << MiB << "/dev/full" << int(BlockCopyResult::WriteFailed);
         }
     }
 
@@ -372,7 +358,8 @@ private Q_SLOTS:
         FILE *in = pipe ? popen(qPrintable("cat '" + from + "'"), "r") : fopen(qPrintable(from), "r");
         const int out = open(QFile::encodeName(to).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         QList<quint64> progress;
-        const BlockCopyResult r = CopyBlocks(fileno(in), out, 2 * MiB + 3, nullptr, [&](quint64 d) { progress << d; });
+        const BlockCopyResult r =
+            CopyBlocks(fileno(in), out, 2 * MiB + 3, nullptr, [&](quint64 d) { progress << d; });
         close(out);
         pipe ? pclose(in) : fclose(in);
         QCOMPARE(int(r.status), status);
