@@ -1,10 +1,6 @@
-// The whole road, driven through the pages as a user would: the start page, the repair page with
-// files whose names a shell would split, expand or run (non-ASCII letters, a leading '-', a name at
-// the length limit), one whose sound the repair refuses, one cut off before its index and a reference
-// recording for it, a repair run, the save page with its results, saving into a folder with such a
-// name and revealing it through the real script, and the log report saved there as a PDF. Every file
-// arrives and nothing in a name ever runs. A link planted at the shared working folder's name, and
-// planted again as soon as the page removes it, never leads the run anywhere else.
+// The whole road through the pages: names a shell would split, expand or run, refused sound, a cut
+// file with its reference, a run, saving into such a folder, the reveal script and the PDF report.
+// Nothing in a name runs; a link planted (and planted again) at the working folder leads nowhere.
 // With CORVANE_SCREENSHOTS set to a folder, the pages are pictured on the way, with plain names.
 
 #include "Bytes.h"
@@ -48,8 +44,7 @@ void Picture(QWidget *w, const QString &name)
         w->grab().save(folder + "/" + name + ".png");
 }
 
-// 200 letters, 52 of them two bytes long: 252 bytes, so that the longest prefix the program adds
-// ("000") brings it exactly to the 255-byte limit of a name.
+// 200 letters, 52 of them two bytes: with the "000" prefix exactly the 255-byte name limit.
 QString LongName()
 {
     return QString(52, QChar(0xe9)) + QString(144, 'a') + ".mov";
@@ -123,15 +118,13 @@ private Q_SLOTS:
         const QByteArray whole = Bytes::ReadFile(m_dir.filePath("cut.mp4"));
         QVERIFY(Bytes::WriteFile(m_source + "/" + Cut, whole.left(whole.size() * 6 / 10)));
 
-        // Stand-ins: the reveal script's programs, in a folder whose name has a blank, dbus-send
-        // failing so that xdg-open follows.
+        // Stand-ins for the reveal script's programs; dbus-send fails so that xdg-open follows.
         const QString bin = m_dir.filePath("bin dir");
         QDir().mkpath(bin);
         QVERIFY(Bytes::WriteProgram(
             bin + "/xdg-open", QString("printf '%s' \"$1\" > '%1'\n").arg(m_dir.filePath("xdg-open.arg"))));
         QVERIFY(Bytes::WriteProgram(bin + "/dbus-send", "exit 1\n"));
-        // rm plants the link again right after the page has removed the working folder: the race an
-        // attacker would win.
+        // rm plants the link again right after the page removed the working folder.
         QVERIFY(Bytes::WriteProgram(
             bin + "/rm", "/bin/rm \"$@\"; s=$?\n[ -n \"$REPLANT_AT\" ] && [ \"$2\" = \"$REPLANT_AT\" ] && "
                          "ln -s \"$REPLANT\" \"$2\"\nexit $s\n"));
@@ -215,8 +208,7 @@ private Q_SLOTS:
             QCOMPARE(row->text(7), QString("Successfully Repaired"));
             QCOMPARE(row->text(Col::TemporaryPath), Temp(name));
             QVERIFY2(Fixtures::Duration(Temp(name)) > 0.5, qPrintable(name));
-            // Re-encoded, not merely the copy the structural pass left: its prefixed names fitted,
-            // and its own files are gone.
+            // Re-encoded (its prefixed names fitted), and its own files are gone.
             QVERIFY2(Bytes::ReadFile(Temp(name)) != Bytes::ReadFile(m_source + "/" + name), qPrintable(name));
             QVERIFY(!QFileInfo::exists(Temp("000" + name)) && !QFileInfo::exists(Temp("00" + name)));
         }

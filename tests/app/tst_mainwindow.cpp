@@ -1,6 +1,5 @@
-// The start page offscreen: closing, the hand-over to the repair and save pages and back
-// (maximised or where the page was), where every help, support and product link sends its page;
-// the preferences page; where the program finds its files, and how it reads its property list.
+// The start page: closing, the hand-over between pages, where every link sends its page, the
+// preferences page, where the program finds its files and how it reads its property list.
 #include "Bytes.h"
 #include "ModalAnswerer.h"
 #include "Pages.h"
@@ -107,8 +106,7 @@ private Q_SLOTS:
         }
     }
 
-    // Start page, repair page, save page and back again: each page opens maximised when the one
-    // before it was, and otherwise where the last page was left.
+    // Each page opens maximised when the one before was, otherwise where the last was left.
     void handOver_data()
     {
         QTest::addColumn<bool>("maximised");
@@ -161,8 +159,7 @@ private Q_SLOTS:
             QCOMPARE(w.geometry(), second);
     }
 
-    // Rows: the entry, the default browser, then what it starts: the system's handler or the browser
-    // (and the form of the macOS command), with which address.
+    // Rows: entry, default browser, then the system's handler or the browser, quoted or not, and URL.
     void browserRoutes_data()
     {
         QTest::addColumn<QString>("entry");
@@ -291,8 +288,7 @@ private Q_SLOTS:
         QVERIFY(GeneralPreference().KeepCodecsBox()->isChecked());
     }
 
-    // Where the program finds its files from its own folder; the rules applied to where the build
-    // put the program find everything it needs.
+    // Where the program finds its files from its own folder, also where the build put it.
     void bundlePaths_data()
     {
         QTest::addColumn<QString>("folder");

@@ -1,5 +1,4 @@
-// The built program, started from the build folder on a virtual X server, shows its main window
-// where it belongs (CORVANE_SCREENSHOT=FILE keeps its picture).
+// The built program on a virtual X server shows its main window (CORVANE_SCREENSHOT=FILE keeps it).
 #include "Pages.h"
 
 #include <QGuiApplication>
@@ -11,8 +10,7 @@
 namespace
 {
 
-// An Xvfb of its own on the first free display from :90, started before the test's application
-// connects to it.
+// An Xvfb of its own on the first free display from :90.
 class XServer
 {
 public:

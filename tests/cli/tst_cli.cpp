@@ -1,6 +1,5 @@
-// corvane-repair: its arguments and the checks before a run, then the program run as a user runs
-// it, on files made with ffmpeg: exit codes and status lines, where results and the engine's
-// diagnostics go, the life of the working folder, and Ctrl-C.
+// corvane-repair: its arguments and checks, then runs on ffmpeg-made files: exit codes, status
+// lines, where results and diagnostics go, the working folder, and Ctrl-C.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -43,8 +42,7 @@ class TstCli : public QObject
     QString m_out, m_tmp, m_cwd; // fresh for each test
     QHash<QString, QByteArray> m_sources;
 
-    // Runs the program in `workDir` (the fixtures' folder by default); `during` may act on it while
-    // it runs.
+    // Runs the program in `workDir` (the fixtures' folder by default); `during` may act on it.
     Result Run(const QStringList &args, const QString &workDir = {},
                std::function<void(QProcess &)> during = {})
     {
@@ -119,8 +117,8 @@ private Q_SLOTS:
                               "Repair Failed: pcm.mov", "  Failed due to unsupported Audio or Video codecs.",
                               "2 of 3 files repaired; results in " + results + "."}));
         QCOMPARE(Entries(results), QStringList({"good1.mp4", "good2.mov"}));
-        // The working folder is gone; the engine's log stays beside it because a file failed, and the
-        // engine's printf and av_log lines went there, none to the terminal.
+        // The working folder is gone; the engine's log stays because a file failed, and holds what the
+        // engine printed, none of it on the terminal.
         const QStringList left = Entries(m_tmp);
         QVERIFY2(left.size() == 1 && left.first().startsWith("corvane-repair-") &&
                      left.first().endsWith(".log"),
@@ -135,8 +133,8 @@ private Q_SLOTS:
                      engineText);
     }
 
-    // Results go into the current folder; "--" lets a name begin with '-', which is otherwise an
-    // unknown option that stops the run before anything is written; a clean run leaves no log.
+    // Results go into the current folder; "--" lets a name begin with '-', otherwise an unknown option
+    // that stops the run before anything is written; a clean run leaves no log.
     void defaultsAndDashNames()
     {
         QVERIFY(QFile::copy(m_in + "/good1.mp4", m_cwd + "/-dash.mp4"));
@@ -156,9 +154,8 @@ private Q_SLOTS:
         QCOMPARE(Entries(m_tmp), QStringList());
     }
 
-    // Header fixes alone: the results are the sources, PCM and all, and a file that plays nothing
-    // fails, with the reason. --keep-codecs reaches the engine: a file that plays as it is comes out
-    // as a stream copy, with its codecs and its streams in their own order.
+    // Header fixes alone: the results are the sources, and a file that plays nothing fails.
+    // --keep-codecs: a file that plays as it is comes out as a stream copy, streams in their order.
     void structuralOnlyAndKeepCodecs()
     {
         Result r = Run(
@@ -192,8 +189,7 @@ private Q_SLOTS:
         QCOMPARE(Entries(m_out) + Entries(m_tmp), QStringList());
     }
 
-    // A result larger than the disk (a 2 MiB tmpfs): failed, exit 1, and no cut-off file. Needs the
-    // right to mount a tmpfs.
+    // A result larger than a 2 MiB tmpfs: failed, exit 1, no cut-off file.
     void fullDisk()
     {
         if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=2m", "tmpfs", m_out}) != 0)
@@ -252,8 +248,7 @@ private Q_SLOTS:
         QCOMPARE(QStringList({o.outputDir, o.tempDir, flags, o.files.join('|')}).join(' '), expected);
     }
 
-    // Rows: the files, the output and temporary folders, and the start of the reason the run is
-    // refused (empty when it is accepted).
+    // Rows: files, output and temporary folders, and the start of the reason for a refusal.
     void check_data()
     {
         QTest::addColumn<QStringList>("files");

@@ -1,8 +1,5 @@
-// ThreadSanitizer build only (scripts/tsan.sh links this in with -Wl,--wrap): Qt 5's QMutex and
-// QWaitCondition lock and unlock inside libQt5Core, which is not instrumented, so ThreadSanitizer
-// would see no ordering between a mutex's holders and report every access they guard as a race.
-// Likewise QThread::wait() learns of a thread's end through that library's own mutex. These
-// wrappers tell it what the calls from our own code mean; nothing is suppressed.
+// ThreadSanitizer build only (linked with -Wl,--wrap): Qt 5's locks and QThread::wait() work in
+// uninstrumented libQt5Core, so these wrappers tell the sanitizer what they order; nothing is suppressed.
 
 #include <QDeadlineTimer>
 #include <QMutex>

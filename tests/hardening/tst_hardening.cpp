@@ -1,12 +1,7 @@
-// Damaged real files through the whole engine, and stop requests at random moments of repair and
-// saving runs. Every damaged file must end in time, leave its source untouched, and be repaired or
-// failed with nothing else left behind; every stopped run must end with both flags cleared, the
-// sources untouched and nothing left open, and the next run must work.
-//
-// CORVANE_DAMAGE_CASES sets the number of damaged files (default 40, the sample CI runs; the full
-// run is thousands), CORVANE_DAMAGE_SEED the first seed (default 1), CORVANE_DAMAGE_WAIT the
-// seconds a case may take before it counts as hung (default 120); CORVANE_STOP_RUNS the stopped
-// runs of each worker (default 50).
+// Damaged files through the whole engine, and stops at random moments of repair and saving runs:
+// each ends in time, sources untouched, nothing left behind or open, flags cleared, next run works.
+// CORVANE_DAMAGE_CASES (default 40; the full run is thousands), CORVANE_DAMAGE_SEED (1),
+// CORVANE_DAMAGE_WAIT (seconds before a case counts as hung, 120), CORVANE_STOP_RUNS per worker (50).
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -90,9 +85,8 @@ class TstHardening : public QObject
         return m_dir.filePath(name);
     }
 
-    // A run of the repair worker (0, over the first three fixtures) or the saving worker (1) into
-    // `into`; the signals that end it. With a seed, a stop comes after a random part of a run's
-    // length, unless the run has already ended.
+    // A run of the repair worker (0) or the saving worker (1) into `into`; the signals that end it.
+    // With a seed, a stop comes after a random part of a run's length.
     QStringList Run(int worker, const QString &into, quint32 seed = 0)
     {
         ThreadVideoRepair repair;
@@ -116,12 +110,10 @@ class TstHardening : public QObject
         if (!thread.wait(120000))
             qFatal("run did not end");
         const QStringList ends = log.Lines().filter(QRegularExpression("Finish|Aborted"));
-        // A stop that came after the run had cleared the flags on its way out leaves the flag up; the
-        // worker cannot see it, so take it back.
+        // A stop that came after the run cleared the flags on its way out: take it back.
         if (ends.value(0) != "ProcessAborted()")
             bStopFlag = false;
-        // A repair run that ended before its stop came was shorter than measured (a loaded machine
-        // makes some runs much longer than others): the next stops come sooner.
+        // A run shorter than measured (a loaded machine varies): the next stops come sooner.
         if (seed && worker == 0 && ends.value(0) == "RepairFinish()")
             m_spanUs[0] = m_spanUs[0] * 3 / 4;
         if (worker == 0 && !seed && !repair.UnsupportedList().isEmpty())
@@ -158,8 +150,7 @@ private Q_SLOTS:
             m_saveSources << in + QString("/save-%1.mov").arg(i);
             QVERIFY(Bytes::WriteFile(m_saveSources.last(), bytes));
         }
-        // Unstopped runs measure how long a run takes, so that the stops fall inside one: the
-        // shortest of three, as a loaded machine makes some runs much longer than others.
+        // The shortest of three unstopped runs, so that the stops fall inside one.
         for (int i = 0; i < 6; ++i) {
             QElapsedTimer clock;
             clock.start();
@@ -180,8 +171,7 @@ private Q_SLOTS:
             QTest::newRow(qPrintable(QString("seed %1").arg(seed))) << seed;
     }
 
-    // The seed alone picks the fixture and the kind of damage, so that any case can be run again on
-    // its own; 7 fixtures and 4 kinds: every pairing comes up once in 28 seeds.
+    // The seed alone picks fixture and damage: every pairing comes up once in 28 seeds.
     void damaged()
     {
         QFETCH(quint32, seed);
@@ -207,8 +197,7 @@ private Q_SLOTS:
         QCOMPARE(log.Lines().last(), QString("RepairFinish()"));
         QVERIFY(!bStopFlag && !bProcessRunning && !pHandle);
         QVERIFY2(Bytes::ReadFile(in) == damaged, qPrintable("source changed: " + label));
-        // Repaired: the working copy is there under its own name and not listed. Failed: listed,
-        // and its copy removed. Nothing else stays in the folder.
+        // Repaired: the copy stays, unlisted. Failed: listed, copy removed. Nothing else stays.
         const bool failed = worker.UnsupportedList() == QStringList{work + "/" + name};
         const QStringList left = QDir(work).entryList(QDir::Files | QDir::Hidden | QDir::System);
         QVERIFY2(worker.UnsupportedList().isEmpty() || failed, qPrintable(label));

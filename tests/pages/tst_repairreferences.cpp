@@ -1,5 +1,5 @@
-// Cut recordings repaired through the repair page, with a reference recording chosen there or found
-// among the listed files; the choice is remembered while its file exists.
+// Cut recordings repaired through the repair page with a reference chosen there or found among
+// the listed files; the choice is remembered while its file exists.
 
 #include "Bytes.h"
 #include "Fixtures.h"

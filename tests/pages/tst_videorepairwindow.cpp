@@ -1,7 +1,5 @@
-// The repair page driven as a user would: adding and removing files, the check boxes, the stop
-// question during a real run, leaving the page, and previews through a stand-in preview program;
-// names under /var/tmp that something the program may not remove holds; and the size texts,
-// sorting and copying of the file trees that both pages share.
+// The repair page as a user drives it: files, check boxes, stopping, leaving, previews, taken
+// names under /var/tmp; and the size texts, sorting and copying of the trees both pages share.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -81,8 +79,7 @@ class TstVideoRepairWindow : public QObject
         return m_dir.filePath(name);
     }
 
-    // A stand-in preview program under the bundle's path, so that the page's process lookup finds
-    // it: it appends its argument to `log` and stays open.
+    // A stand-in preview program where the page looks for it: logs its argument and stays open.
     QString Previewer(const QString &log)
     {
         const QString bin = m_dir.filePath("bundle/VideoFileUtil.app/Contents/MacOS");
@@ -101,9 +98,8 @@ private Q_SLOTS:
 
     void cleanup() { CloseSuccess = true; }
 
-    // Files already listed (in any letter case) are skipped, a folder leaves an empty row, and the
-    // list is sorted by name with the file ids in the order of adding; the last file removed
-    // takes the root with it, and ids count on.
+    // Listed files (in any letter case) are skipped, a folder is refused, rows sort by name with ids
+    // in the order of adding; the last removal takes the root, and ids count on.
     void addAndRemove()
     {
         const QString a = File("a.mov");
@@ -166,8 +162,7 @@ private Q_SLOTS:
         QCOMPARE(Enabled(&page, {"AddButton", "RepairButton"}), (QStringList{"AddButton", "RepairButton"}));
     }
 
-    // The stop question during a run: No lets the run go on, Yes ends it with the rows kept; a Yes
-    // that comes after the run has ended stops nothing.
+    // No lets the run go on, Yes ends it keeping the rows; a late Yes stops nothing.
     void stopQuestion_data()
     {
         QTest::addColumn<int>("answer");
@@ -224,9 +219,8 @@ private Q_SLOTS:
         QCOMPARE(Enabled(&page, {"AddButton", "RepairButton"}), (QStringList{"AddButton", "RepairButton"}));
     }
 
-    // Back removes the working folder and tells the start page how to show itself; a close asks
-    // first, and a Yes removes it too. Every way out removes the preview copies and ends the
-    // preview programs.
+    // Back and a Yes to close remove the working folder, the preview copies and programs; Back tells
+    // the start page how to show itself.
     void leaving_data()
     {
         QTest::addColumn<QString>("how");
@@ -306,9 +300,8 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(PreviewCopyName(m_dir.filePath(name))));
     }
 
-    // Previews run the preview program on a copy named with a leading blank; a second preview ends
-    // the first program and deletes its copy. A double-click on the root only folds the list, and a
-    // file that has gone is not played.
+    // A preview plays a copy named with a leading blank; the next ends the first and deletes its copy.
+    // A double-click on the root only folds the list, and a file that has gone is not played.
     void previewTwice()
     {
         const QString log = m_dir.filePath("previewer.log");
@@ -335,9 +328,8 @@ private Q_SLOTS:
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
     }
 
-    // A preview before a run writes nothing beside the user's file and leaves nothing behind after
-    // Back; a preview program this process did not start (another running copy's, or another
-    // account's) is never ended.
+    // A preview writes nothing beside the user's file and leaves nothing after Back; a preview
+    // program this process did not start is never ended.
     void previewLeavesNothingAndEndsOnlyItsOwn()
     {
         strPreviewerPath = Previewer(m_dir.filePath("own.log"));
@@ -379,8 +371,7 @@ private Q_SLOTS:
         QCOMPARE(GetSizeOfItem(bytes), text);
     }
 
-    // Sizes sort by their bytes, other columns by their text without regard to case; the save page
-    // gets a deep copy of the list, every row keeping its kind and its data.
+    // Sizes sort by bytes, other columns by text ignoring case; a clone keeps every row's kind and data.
     void sortAndClone()
     {
         MyTreeWidget tree;
@@ -414,9 +405,8 @@ private Q_SLOTS:
         QCOMPARE(copy->child(0)->checkState(0), Qt::PartiallyChecked);
     }
 
-    // Names under /var/tmp held by something the program may not remove (a folder of another
-    // account's that is mounted there cannot go): another account's names are none of this one's
-    // business, and its own, when taken, are reported rather than met with silence.
+    // Names under /var/tmp held by what the program may not remove: another account's are none of
+    // its business, its own are reported.
     void takenNames_data()
     {
         QTest::addColumn<QString>("path");

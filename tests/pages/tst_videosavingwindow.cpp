@@ -1,6 +1,5 @@
-// The save page driven as a user would: the tree built from a repair result, the check boxes, a
-// real save with the questions on the way, a destination that fills up, leaving the page, and
-// previews; the page's path and script rules, the finish dialog's script and the log report.
+// The save page as a user drives it: the tree, check boxes, saving and its questions, a full
+// destination, leaving, previews; path and script rules, the finish dialog's script, the log report.
 
 #include "Bytes.h"
 #include "ModalAnswerer.h"
@@ -74,8 +73,7 @@ class TstVideoSavingWindow : public QObject
 
     QTemporaryDir m_dir;
 
-    // The repair page's result: a root and a row per file, ticked as given ("CUC"). Sources have
-    // 1000 bytes; the repaired working copies, in their own folder, 1007.
+    // A repair result ticked as given ("CUC"); sources of 1000 bytes, repaired copies of 1007.
     MyRightTreeWidgetItem *Result(const QStringList &names, const QString &ticks = "CCC")
     {
         auto *root = new MyRightTreeWidgetItem(static_cast<QTreeWidget *>(nullptr));
@@ -100,8 +98,7 @@ class TstVideoSavingWindow : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        // Stand-ins for the programs the scripts call. Each records its arguments, NUL-ended;
-        // dbus-send fails like a desktop without a file manager service, so xdg-open follows.
+        // Stand-ins record their arguments, NUL-ended; dbus-send fails so that xdg-open follows.
         const QString bin = m_dir.filePath("bin");
         QDir().mkpath(bin);
         for (const QString name : {"dbus-send", "xdg-open"})
@@ -198,9 +195,8 @@ private Q_SLOTS:
         QVERIFY(!bStopFlag);
     }
 
-    // A destination that fills up during the save (three files of 1.5 MiB on 2 MiB): the page says
-    // which files failed and why, no cut-off file stays, and the page browses again, as after any
-    // save. Needs the right to mount a tmpfs.
+    // Three files of 1.5 MiB on a 2 MiB tmpfs: the page says which failed and why, no cut-off file
+    // stays, and the page browses again.
     void fullDestination()
     {
         const QString mount = m_dir.filePath("small"), folder = mount + "/Repaired-Video-Files";
@@ -231,8 +227,7 @@ private Q_SLOTS:
         QVERIFY(Button(&page, "BackButton")->isEnabled());
     }
 
-    // A close while saving is refused without a question; otherwise a close and Back ask, and a Yes
-    // to Back forgets the run's results.
+    // A close while saving is refused silently; otherwise close and Back ask; Back's Yes forgets results.
     void leaving()
     {
         AllFiles = QStringList{"a.mov"};
@@ -304,8 +299,7 @@ private Q_SLOTS:
         QTRY_COMPARE(QFileInfo(log).size(), copy.toUtf8().size() + 1);
     }
 
-    // A destination under /Volumes (any letter case) is measured on its volume, anything else on
-    // "/"; the Finder script escapes the folder for its AppleScript string.
+    // Under /Volumes (any case) a volume is measured, else "/"; the Finder script escapes the folder.
     void macRules()
     {
         QCOMPARE(MacSaveVolume("/Volumes/Data/sub"), QString("/Volumes/Data"));
@@ -315,9 +309,8 @@ private Q_SLOTS:
                  QString("set theFile to \"/Volumes/A \\\"B\\\"\\\\\\n\""));
     }
 
-    // The Linux script for real, through the dialog: the folder reaches the file manager as one
-    // exact argument, nothing in its name runs, and a link planted at the script's shared path is
-    // not written through.
+    // The real script: the folder reaches the file manager as one argument, nothing in it runs, and
+    // a link planted at the script's path is not written through.
     void linuxScriptRunsNothing_data()
     {
         QTest::addColumn<QString>("name");
@@ -350,10 +343,8 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_dir.filePath("run/X")));
     }
 
-    // Failed and repaired files, laid out as the report always has been (the two kinds of entry
-    // differ in the blank after "File Status:" and in the empty line before the stars), with each
-    // file's reason in red or its status in green, and further lines from its outcome; a name
-    // without one keeps the old texts.
+    // The report's layout (entries differ in the blank after "File Status:" and the line before the
+    // stars), reasons in red, statuses in green, and further lines from the outcome.
     void logReportText()
     {
         mY_unsupportedList = QStringList{"bad.mov", "lost.mp4"};

@@ -1,6 +1,5 @@
-// The player widget and its decoder on clips made with ffmpeg: opening, the aspect ratio, playing,
-// pausing, seeking to the right picture, the end of a file, bad files, bounded queues, the sound
-// clock, and tearing down at any moment; and VideoFileUtil, the program around it.
+// The player widget and its decoder on ffmpeg-made clips: opening, aspect, playing, seeking, the
+// end, bad files, bounded queues, the sound clock, tearing down; and the VideoFileUtil program.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -85,9 +84,8 @@ class TstPlayerWidget : public QObject
         return QImage(png);
     }
 
-    // Runs the program with `args`; its state as printed by the hook, or empty when it did not end
-    // by Escape closing its window. It runs through a link of another name: the pages, tested at the
-    // same time by other suites, end every process started under the bundle's previewer path.
+    // Runs the program; its state as its test hook prints it, empty unless Escape closed it. Through a
+    // link of another name: the pages' suites end every process under the previewer's path.
     QMap<QString, QString> Run(const QStringList &args, const QString &grab)
     {
         QProcess process;
@@ -125,8 +123,7 @@ private Q_SLOTS:
         QVERIFY(Fixtures::Make(m_clip, Fixtures::Clip::Of("libx264", "aac", 3)));
     }
 
-    // Files that open (the first picture shows before playing starts) and files refused with a
-    // reason; rows with bytes are written as they are, "missing" is no file at all.
+    // Files that open (the first picture shows before playing) and files refused with a reason.
     void opens_data()
     {
         QTest::addColumn<QString>("name");
@@ -215,8 +212,8 @@ private Q_SLOTS:
         QVERIFY((drawn.center() - QPoint(view.width() / 2, view.height() / 2)).manhattanLength() <= 4);
     }
 
-    // One session: Space plays and pauses, a paused seek shows the right picture, playing resumes
-    // from there, seeks while playing are clamped, and the end stops the player.
+    // Space plays and pauses, a paused seek shows the right picture, playing resumes there, seeks
+    // are clamped, and the end stops the player.
     void playsPausesSeeksAndEnds()
     {
         const QImage at052 = Reference(0.52), at048 = Reference(0.48), at200 = Reference(2.0);
@@ -287,8 +284,7 @@ private Q_SLOTS:
         QTest::qWait(100); // nothing the decoders left behind reaches a destroyed widget
     }
 
-    // Nobody takes anything: the decoder rests instead of reading the whole file. After a seek
-    // both queues start at the target. Without a channel count asked for, the sound is stereo.
+    // Untaken, the decoder rests; after a seek both queues start at the target; sound is stereo.
     void decoderQueuesStayBounded()
     {
         PlayerDecoder decoder(m_clip, 48000, 0);
@@ -358,9 +354,7 @@ private Q_SLOTS:
         QVERIFY(Silent(tenth) && qAbs(feed.Position() - before - 0.1) < 1e-9);
     }
 
-    // VideoFileUtil run as a program: it plays the file it is given, says so plainly when it cannot,
-    // and Escape closes it. Its test hook prints its state after a while, grabs the window and then
-    // presses Escape.
+    // The program plays its file, says plainly when it cannot, and Escape closes it.
     void program_data()
     {
         QTest::addColumn<QStringList>("args");

@@ -1,6 +1,5 @@
-// The probes: their commands and their parsers, both platforms', on canned output; then the Linux
-// probes running for real on this machine, shell quoting through a real shell, and links planted at
-// the probes' fixed output files.
+// The probes: commands and parsers of both platforms on canned output; the Linux probes for real,
+// quoting through a real shell, and links planted at their fixed output files.
 #include "Bytes.h"
 #include "probes/ProbeText.h"
 #include "probes/ShellProbes.h"
@@ -23,9 +22,7 @@ class TstProbes : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Commands and parsers, both platforms', on canned output: what the code gives, and what it must
-    // give. Only what the tables say is quoted; a path that a command leaves unquoted is quoted when
-    // the shell would split or read it.
+    // Only what the tables say is quoted; an unquoted path is quoted when a shell would split it.
     void texts_data()
     {
         QTest::addColumn<QString>("got");
@@ -124,8 +121,7 @@ private Q_SLOTS:
             "/Users/anna/Applications/Firefox.app");
         row("mac browser path: none", MacProbe::PickBrowserPath(dump, "opera", isDir), "");
 
-        // The entry's own Exec line, not an action's; a sandbox's launcher cannot take a page as its
-        // only argument.
+        // The entry's own Exec line; a sandbox's launcher cannot take a page as its only argument.
         const QString head = "[Desktop Entry]\nType=Application\nName=Browser\n";
         row("exec line",
             LinuxProbe::ExecProgram("[Desktop Action new]\nExec=/bin/wrong\n" + head +
@@ -214,9 +210,8 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(OwnFixedPath(ProbeFiles::Browser)));
     }
 
-    // The output files sit under fixed names in /var/tmp, where anybody may plant a link: a probe
-    // answers as before and never writes where the link points. Something it cannot remove under
-    // the name makes it answer that it could not tell, and is left alone.
+    // Links planted at the fixed output names are never written through; what cannot be removed
+    // there makes the probe answer that it could not tell.
     void plantedOutputFiles()
     {
         QTemporaryDir dir;

@@ -1,5 +1,4 @@
-// The engine's own count of what a file plays must agree with the ffmpeg command it stands for,
-// damaged files included, and must rank results as the verdicts need.
+// The engine's count of what a file plays agrees with the ffmpeg command, and ranks results.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -37,8 +36,7 @@ private Q_SLOTS:
                                         << "libx264"
                                         << "aac"
                                         << "zero" << QStringList();
-        // Sound past the cut must not end the pictures' count, nor a damaged picture the ones
-        // behind it.
+        // Neither sound past the cut nor a damaged picture ends the pictures' count.
         QTest::newRow("fragmented, cut off") << "e.mp4"
                                              << "libx264"
                                              << "aac"
@@ -81,8 +79,7 @@ private Q_SLOTS:
         QVERIFY(first.videoFrames <= 1 || video.isEmpty());
     }
 
-    // Whether one result plays more than another (pictures first, then sound beyond noise), and
-    // whether a file plays at all: a picture, or a second of sound for a file without pictures.
+    // Which result plays more (pictures, then sound beyond noise), and whether a file plays at all.
     void ranking()
     {
         auto p = [](bool video, qint64 frames, double audio) {

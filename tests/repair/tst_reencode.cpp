@@ -1,7 +1,5 @@
-// The re-encoding pass on real files made with ffmpeg: outputs that decode and keep their streams,
-// sound it refuses and sound it takes, the signals it reports its progress with, damaged files that
-// play as much as the ffmpeg command makes them play, files of which nothing plays, the candidates a
-// result is chosen from, the frame-rate and bit-rate rules, and stops inside the pass.
+// The re-encoding pass on files made with ffmpeg: results, refused sound, progress signals, damaged
+// files against the ffmpeg command, the candidates a result is chosen from, and stops.
 
 #include "Bytes.h"
 #include "Fixtures.h"
@@ -91,9 +89,8 @@ public:
     }
 };
 
-// The files of one common run: name, video and audio codec; refused ones fail for their sound. A
-// video-only file comes first: it once lost its index when no sound had been encoded yet in the
-// process.
+// One common run: name, video and audio codec, refused ones fail for their sound. Video-only
+// first: it once lost its index when no sound had been encoded yet in the process.
 const QStringList Common =
     QString("video-only.mp4 libx264 -;h264-aac.mp4 libx264 aac;h264-aac.mov libx264 aac;"
             "mpeg4-mp3.mov mpeg4 libmp3lame;clip.m4v libx264 aac;clip.f4v libx264 aac;odd.mov qtrle aac;"
@@ -126,8 +123,6 @@ class TstReEncode : public QObject
     }
 
 private Q_SLOTS:
-    // One run over the common kinds of file, an odd picture size, and sound of the kinds the pass
-    // refuses and of their neighbours that it takes; the checks below look at its results.
     void initTestCase()
     {
         m_in = Fresh("in");
@@ -154,9 +149,8 @@ private Q_SLOTS:
             QTest::newRow(qPrintable(Fields(i).at(0))) << i;
     }
 
-    // Refused files fail for their codecs and leave no working copy; the others are re-encoded as
-    // H.264 and AAC, keep their streams and their length, and decode cleanly. An odd picture size
-    // grows by nine each way.
+    // Refused files fail and leave no copy; the others become H.264 and AAC with their streams and
+    // length, and decode cleanly. An odd picture size grows by nine each way.
     void results()
     {
         QFETCH(int, index);
@@ -188,8 +182,7 @@ private Q_SLOTS:
         QVERIFY(Bytes::ReadFile(out) != Bytes::ReadFile(in));
     }
 
-    // The pass reports each file as it goes: its place in the run, its name, its size, then the
-    // position of every packet it reads, within the file. Only the results are left in the folder.
+    // Per file: its place, name and size, then each packet's position within it. Only results stay.
     void progressSignals()
     {
         const QStringList log = m_run.log;
@@ -216,9 +209,8 @@ private Q_SLOTS:
         QCOMPARE(QDir(m_temp).entryList(QDir::Files, QDir::Name), left);
     }
 
-    // Damaged files: the re-encoded result itself plays at least 99% of what the ffmpeg command's
-    // output plays and never less than the damaged file, and the engine's count of it is right; a
-    // file of which nothing plays fails.
+    // A result plays at least 99% of what the ffmpeg command's output plays and never less than the
+    // damaged file, as the engine counts it; a file of which nothing plays fails.
     void damagedFiles_data()
     {
         QTest::addColumn<QString>("name");
@@ -274,13 +266,11 @@ private Q_SLOTS:
                                   "veryfast", "-c:a", "aac", theirs}));
         const Fixtures::Plays ours = Fixtures::Played(result), ffmpeg = Fixtures::Played(theirs),
                               damaged = Fixtures::Played(in);
-        const QString counts = QString("ours %1 frames %2 s, ffmpeg's %3 frames %4 s, damaged %5 frames %6 s")
-                                   .arg(ours.frames)
-                                   .arg(ours.audioSeconds)
-                                   .arg(ffmpeg.frames)
-                                   .arg(ffmpeg.audioSeconds)
-                                   .arg(damaged.frames)
-                                   .arg(damaged.audioSeconds);
+        auto text = [](const Fixtures::Plays &p) {
+            return QString("%1 frames %2 s").arg(p.frames).arg(p.audioSeconds);
+        };
+        const QString counts =
+            "ours " + text(ours) + ", ffmpeg's " + text(ffmpeg) + ", damaged " + text(damaged);
         if (name == "sound.m4a") {
             QVERIFY2(ours.audioSeconds >= 0.99 * ffmpeg.audioSeconds &&
                          ours.audioSeconds >= damaged.audioSeconds - 0.05,
@@ -308,23 +298,20 @@ private Q_SLOTS:
         }
     }
 
-    // What the header pass made of a copy against its source. A copy nothing can read: when the
-    // header pass made it so, its untouched source is the result; when the copy is as the source
-    // was, nothing plays and the file fails. A changed copy whose re-encode is whole, against a
-    // source that plays as much, or more.
+    // A copy the header pass changed (or not) against its source: the untouched source is the
+    // result when the change made the copy worse; an unreadable copy as the source was fails.
     void headerPassCopy_data()
     {
         QTest::addColumn<bool>("rewritten");
         QTest::addColumn<QString>("damage"); // "unreadable", or as Harm names it
         QTest::addColumn<QString>("madeBy");
-        QTest::newRow("unreadable, changed by the header pass") << true << "unreadable"
-                                                                << "original";
-        QTest::newRow("unreadable, as its source was") << false << "unreadable"
-                                                       << "";
-        QTest::newRow("changed, plays as its source") << true << ""
-                                                      << "re-encoded";
-        QTest::newRow("changed, plays less than its source") << true << "cut"
-                                                             << "original";
+        auto row = [](const char *tag, bool rewritten, const char *damage, const char *madeBy) {
+            QTest::newRow(tag) << rewritten << QString(damage) << QString(madeBy);
+        };
+        row("unreadable, changed by the header pass", true, "unreadable", "original");
+        row("unreadable, as its source was", false, "unreadable", "");
+        row("changed, plays as its source", true, "", "re-encoded");
+        row("changed, plays less than its source", true, "cut", "original");
     }
 
     void headerPassCopy()
@@ -408,9 +395,8 @@ private Q_SLOTS:
         QVERIFY(w.UnsupportedList().isEmpty());
     }
 
-    // Names in the shared working folder may be links planted by someone else: the repair writes
-    // only its own files and never through a link. a.mp4 itself is a link, so its copy fails and the
-    // pass must not write through it; b.mp4's intermediate files are links.
+    // Links planted in the shared working folder (a.mp4's copy, b.mp4's intermediates) are never
+    // written through.
     void plantedLinksAreNotFollowed()
     {
         const QString in = Fresh("links"), temp = Fresh("links-work"), victim = m_dir.filePath("victim");
@@ -424,9 +410,8 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo(temp + "/b.mp4").isSymLink());
     }
 
-    // A stop inside the second file's pass ends the run there: the output stays open beside the
-    // working copy, for the next run to release (its structural pass once opened its first copy over
-    // it and lost it).
+    // A stop in the second file's pass ends the run; its open output is released by the next run
+    // (whose structural pass once opened its first copy over it and lost it).
     void stopInPacketLoopOfSecond()
     {
         const QString in = Fresh("stop"), temp = Fresh("stop-work");

@@ -1,6 +1,5 @@
-// The structural pass on small byte-level files: every word the scan acts on, the exact bytes it
-// writes, and the positions it reads (one ProgressValue per step); the guard that keeps a scan
-// finite, on made-up position sequences; and the fuzzing corpus with every input that once failed.
+// The structural pass on byte-level files: the words it acts on, the bytes it writes, the positions
+// it reads; the guard that keeps a scan finite; the fuzzing corpus and past failures.
 
 #include "Bytes.h"
 #include "StructuralCheck.h"
@@ -53,17 +52,15 @@ Positions Run(const QString &path)
     return positions;
 }
 
-// A movie box at T whose first child is a movie header of the given size and type words, with a
-// movie duration, followed (at T + 112) by a box whose first child is a track header carrying
-// trackDuration. The scan reads "free" at T + 116 after a correct jump.
+// A movie box at T: a movie header of the given size, type and duration, then (at T + 112) a
+// track header carrying trackDuration. A correct jump reads "free" at T + 116.
 QByteArray MovieAt(int T, quint32 size, quint32 type, quint32 duration, quint32 trackDuration)
 {
     Builder b = Lead(T).U32(0x200).Fcc("moov").U32(size).U32(type).Zeros(12).U32(600).U32(duration);
     return b.Zeros(80).Box(0x60, "free").U32(92).Fcc("tkhd").Zeros(20).U32(trackDuration).Zeros(16);
 }
 
-// A composition-offset table of `offsets.size()` entries (count 1 each unless `counts` says
-// otherwise) at T, after a Lead(T) with a colour box at colourAt (or none when colourAt < 0).
+// A composition-offset table at T (counts 1 unless given) after a colour box at colourAt (< 0: none).
 QByteArray CttsAt(int T, int colourAt, const QList<quint32> &counts, const QList<quint32> &offsets,
                   const QByteArray &after = Builder().Box(8, "free"))
 {
@@ -297,9 +294,8 @@ private Q_SLOTS:
         QVERIFY(!pHandle);
     }
 
-    // Edges: writes that would land before the start of the file are dropped and the reads there
-    // see zero; scans that would come back round for ever end; a damaged entry count must not make
-    // the table rewrite grow the file. Each scan reaches `reach` and ends within 12 steps.
+    // Writes before the file's start are dropped, endless rounds end, a damaged entry count cannot
+    // grow the file: each scan reaches `reach` within 12 steps.
     void edges_data()
     {
         QTest::addColumn<QByteArray>("input");

@@ -7,13 +7,8 @@
 #include <QTest>
 #include <QTimer>
 
-// Answers the modal message boxes that open while it lives, so that code under test which asks a
-// question (or warns) never leaves a test waiting. Arm it before the call that opens the box:
-//     ModalAnswerer answer(QMessageBox::Yes);
-//     page.close();
-//     QCOMPARE(answer.Text(), "...");
-// Every box gets the same answer; Texts() lists them all in order. It stops looking when no box has
-// come for timeoutMs. Enter presses Return instead, which takes the box's default button.
+// Answers every modal message box that opens while it lives (arm it before the call); Texts()
+// lists them in order. Stops when none came for timeoutMs. Enter takes the box's default button.
 class ModalAnswerer
 {
 public:

@@ -4,10 +4,8 @@
 #include <QPair>
 #include <QString>
 
-// What a repair can at best give back of a damaged copy, from the undamaged original's packet table:
-// the pictures whose bytes all survive and whose group of pictures keeps its key frame, and the
-// seconds of sound whose packets all survive. Computed once here for every suite that judges a
-// rebuild.
+// What a repair can at best give back of a damaged copy: the pictures whose bytes and key frame
+// survive, and the seconds of sound whose packets survive.
 namespace Recoverable {
 
 using Ranges = QList<QPair<qint64, qint64>>; // [begin, end) byte ranges of the original

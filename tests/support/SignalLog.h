@@ -9,12 +9,8 @@
 
 #include <functional>
 
-// Records every signal that the sender's own class declares, in the order they were emitted, as
-// "Name(argument, ...)" lines, and hands each line to OnLine as it comes (in the emitting thread,
-// where a test can raise a stop at an exact moment). The log is guarded; read it after the
-// sender's thread has ended. As QSignalSpy does, each signal goes to a
-// slot index of its own past QObject's methods, and qt_metacall turns the call back into the
-// signal's name and arguments.
+// Records the signals the sender's own class declares, in order, as "Name(argument, ...)" lines,
+// handing each to OnLine in the emitting thread. Read it after the sender's thread has ended.
 class SignalLog : public QObject
 {
 public:
