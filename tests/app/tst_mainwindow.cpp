@@ -56,9 +56,7 @@ private Q_SLOTS:
 
     void init()
     {
-        CloseSuccess = false;
-        bProcessRunning = false;
-        m_bMax = false;
+        CloseSuccess = bProcessRunning = m_bMax = false;
         m_launches.clear();
         Store().clear();
     }
@@ -168,41 +166,34 @@ private Q_SLOTS:
         QTest::addColumn<bool>("quoteBrowser");
         QTest::addColumn<QString>("url");
         const QString b = "/usr/bin/test-browser", help = "file:///opt/Corvane Apps/Resources/";
-        const QString support = "https://support.corvane.example/";
-        QTest::newRow("help topics: blanks as they are")
-            << "OpenMainHelp" << b << false << true << help + "help/Corvane_Aldrake_Video_Repair.htm";
-        QTest::newRow("help button: blanks escaped")
-            << "OpenHelp" << b << false << true
-            << "file:///opt/Corvane%20Apps/Resources/help/User_Interface.htm";
-        QTest::newRow("repair page's help")
-            << "repair help" << b << false << true
-            << "file:///opt/Corvane%20Apps/Resources/help/Preview_and_Repair_Video_Files.htm";
-        QTest::newRow("save page's help") << "save help" << b << false << true
-                                          << "file:///opt/Corvane%20Apps/Resources/help/Save_Video_Files.htm";
-        QTest::newRow("licence") << "OnLicenseAgreement" << b << false << true << help + "Eula.pdf";
-        QTest::newRow("about: licence") << "about licence" << b << false << true << help + "Eula.pdf";
-        QTest::newRow("enquiry") << "OnGenerateTicket" << b << false << true
-                                 << support + "enquiry/?product=video-repair";
-        QTest::newRow("preferences: free repair service")
-            << "free repair" << b << false << true << support + "enquiry/?product=video-repair";
-        QTest::newRow("knowledge base")
-            << "OnKnowledgeBase" << b << false << true << support + "kb/video-repair/";
-        QTest::newRow("support: browser unquoted")
-            << "OnViewSupport" << b << false << false << support + "video-repair/";
-        QTest::newRow("e-mail: always the system")
-            << "OnEmailSupport" << b << true << true << "mailto:support@corvane.example";
-        QTest::newRow("about: e-mail") << "about mailto:support@corvane.example" << b << true << true
-                                       << "mailto:support@corvane.example";
-        QTest::newRow("about: web site") << "about " + Site << b << false << true << Site;
-        QTest::newRow("link label") << "link" << b << false << true << Site;
-        QTest::newRow("no browser: support") << "OnViewSupport"
-                                             << "" << true << true << support + "video-repair/";
-        QTest::newRow("no browser: knowledge base") << "OnKnowledgeBase"
-                                                    << "" << true << true << support + "kb/video-repair/";
-        QTest::newRow("no browser: link label, then the system") << "link"
-                                                                 << "" << true << true << Site;
-        QTest::newRow("link label, a browser that is gone") << "link"
-                                                            << "/gone/web" << true << true << Site;
+        const QString escaped = "file:///opt/Corvane%20Apps/Resources/help/",
+                      mail = "mailto:support@corvane.example";
+        const QString support = "https://support.corvane.example/",
+                      enquiry = support + "enquiry/?product=video-repair";
+        auto row = [](const char *tag, const QString &entry, const QString &browser, bool system, bool quote,
+                      const QString &url) {
+            QTest::newRow(tag) << entry << browser << system << quote << url;
+        };
+        row("help topics: blanks as they are", "OpenMainHelp", b, false, true,
+            help + "help/Corvane_Aldrake_Video_Repair.htm");
+        row("help button: blanks escaped", "OpenHelp", b, false, true, escaped + "User_Interface.htm");
+        row("repair page's help", "repair help", b, false, true,
+            escaped + "Preview_and_Repair_Video_Files.htm");
+        row("save page's help", "save help", b, false, true, escaped + "Save_Video_Files.htm");
+        row("licence", "OnLicenseAgreement", b, false, true, help + "Eula.pdf");
+        row("about: licence", "about licence", b, false, true, help + "Eula.pdf");
+        row("enquiry", "OnGenerateTicket", b, false, true, enquiry);
+        row("preferences: free repair service", "free repair", b, false, true, enquiry);
+        row("knowledge base", "OnKnowledgeBase", b, false, true, support + "kb/video-repair/");
+        row("support: browser unquoted", "OnViewSupport", b, false, false, support + "video-repair/");
+        row("e-mail: always the system", "OnEmailSupport", b, true, true, mail);
+        row("about: e-mail", "about " + mail, b, true, true, mail);
+        row("about: web site", "about " + Site, b, false, true, Site);
+        row("link label", "link", b, false, true, Site);
+        row("no browser: support", "OnViewSupport", "", true, true, support + "video-repair/");
+        row("no browser: knowledge base", "OnKnowledgeBase", "", true, true, support + "kb/video-repair/");
+        row("no browser: link label, then the system", "link", "", true, true, Site);
+        row("link label, a browser that is gone", "link", "/gone/web", true, true, Site);
     }
 
     void browserRoutes()

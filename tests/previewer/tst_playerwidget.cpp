@@ -131,19 +131,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("audio");
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("MPEG-4 without sound, blank and accents in the name") << "vidéo été .mov"
-                                                                             << "mpeg4"
-                                                                             << "" << QByteArray() << "";
-        QTest::newRow("sound only in .m4a") << "c.m4a"
-                                            << ""
-                                            << "aac" << QByteArray() << "";
-        QTest::newRow("missing") << "bad-missing.mov"
-                                 << ""
-                                 << "" << QByteArray("missing") << "No such file or directory";
-        QTest::newRow("a header and nothing more") << "bad.mov"
-                                                   << ""
-                                                   << "" << Bytes::Builder().Box(24, "ftyp").Zeros(16).Data()
-                                                   << "Invalid data found when processing input";
+        // Rows with bytes are written as they are; "missing" is no file at all.
+        auto row = [](const char *tag, const char *name, const char *video, const char *audio,
+                      const QByteArray &bytes, const char *reason) {
+            QTest::newRow(tag) << QString(name) << QString(video) << QString(audio) << bytes
+                               << QString(reason);
+        };
+        row("MPEG-4 without sound, blank and accents in the name", "vidéo été .mov", "mpeg4", "", {}, "");
+        row("sound only in .m4a", "c.m4a", "", "aac", {}, "");
+        row("missing", "bad-missing.mov", "", "", "missing", "No such file or directory");
+        row("a header and nothing more", "bad.mov", "", "", Bytes::Builder().Box(24, "ftyp").Zeros(16),
+            "Invalid data found when processing input");
     }
 
     void opens()
@@ -361,8 +359,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("title");
         QTest::addColumn<QString>("message");
         QTest::addColumn<bool>("playing");
-        QTest::newRow("a clip") << QStringList{"clip one.mov"} << "clip one.mov"
-                                << "" << true;
+        QTest::newRow("a clip") << QStringList{"clip one.mov"} << "clip one.mov" << QString() << true;
         QTest::newRow("a broken file")
             << QStringList{"broken.mp4"} << "broken.mp4"
             << "This file cannot be played. | Invalid data found when processing input" << false;

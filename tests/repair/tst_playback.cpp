@@ -20,31 +20,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("audio");
         QTest::addColumn<QString>("damage"); // "zero": 16 KiB in the middle, "cut": the last 40% lost
         QTest::addColumn<QStringList>("extra");
-        QTest::newRow("h264 aac mp4") << "a.mp4"
-                                      << "libx264"
-                                      << "aac"
-                                      << "" << QStringList();
-        QTest::newRow("mpeg4 mp3 mov") << "b.mov"
-                                       << "mpeg4"
-                                       << "libmp3lame"
-                                       << "" << QStringList();
-        QTest::newRow("audio only m4a") << "c.m4a"
-                                        << ""
-                                        << "aac"
-                                        << "" << QStringList();
-        QTest::newRow("zeroed stretch") << "d.mp4"
-                                        << "libx264"
-                                        << "aac"
-                                        << "zero" << QStringList();
+        auto row = [](const char *tag, const char *name, const char *video, const char *audio,
+                      const char *damage, const QStringList &extra = {}) {
+            QTest::newRow(tag) << QString(name) << QString(video) << QString(audio) << QString(damage)
+                               << extra;
+        };
+        row("h264 aac mp4", "a.mp4", "libx264", "aac", "");
+        row("mpeg4 mp3 mov", "b.mov", "mpeg4", "libmp3lame", "");
+        row("audio only m4a", "c.m4a", "", "aac", "");
+        row("zeroed stretch", "d.mp4", "libx264", "aac", "zero");
         // Neither sound past the cut nor a damaged picture ends the pictures' count.
-        QTest::newRow("fragmented, cut off") << "e.mp4"
-                                             << "libx264"
-                                             << "aac"
-                                             << "cut" << QStringList{"-movflags", "frag_keyframe+empty_moov"};
-        QTest::newRow("faststart, cut off") << "f.mp4"
-                                            << "libx264"
-                                            << "aac"
-                                            << "cut" << QStringList{"-movflags", "+faststart"};
+        row("fragmented, cut off", "e.mp4", "libx264", "aac", "cut",
+            {"-movflags", "frag_keyframe+empty_moov"});
+        row("faststart, cut off", "f.mp4", "libx264", "aac", "cut", {"-movflags", "+faststart"});
     }
 
     void agreesWithFfmpeg()
