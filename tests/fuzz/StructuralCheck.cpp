@@ -12,15 +12,14 @@ namespace {
 // The farthest a repair writes past the position it read at the end of the file: a movie header's
 // duration word, 28 bytes on.
 constexpr qint64 MaxGrowth = 32;
+} // namespace
 
-// Processor time of this thread: what the scan itself costs, whatever else the machine is doing.
 qint64 ThreadMs()
 {
     timespec t{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
     return qint64(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
 }
-} // namespace
 
 QString CheckStructuralPass(const QByteArray &input, const QString &path)
 {

@@ -3,8 +3,10 @@
 #include <QByteArray>
 #include <QString>
 
-// Runs the structural pass over `input` as a working copy at `path` and checks what must hold for
-// any input: the scan ends within its step budget and within a second, the file grows by no more
-// than the fixed-size header writes the repairs may make past its end, and nothing stays open.
-// Returns an empty string when all held, otherwise what did not.
+// Runs the structural pass over `input` as a working copy at `path`: the scan must end within its
+// budget and a second, grow the file by no more than its header writes, and leave nothing open.
+// Returns what did not hold, or an empty string.
 QString CheckStructuralPass(const QByteArray &input, const QString &path);
+
+// Processor time of this thread: what a check itself costs, whatever else the machine is doing.
+qint64 ThreadMs();

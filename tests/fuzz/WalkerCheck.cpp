@@ -1,4 +1,5 @@
 #include "WalkerCheck.h"
+#include "StructuralCheck.h"
 
 #include "rebuild/ByteSource.h"
 #include "rebuild/SampleWalker.h"
@@ -9,16 +10,8 @@ extern "C" {
 }
 
 #include <cstring>
-#include <ctime>
 
 namespace {
-
-qint64 ThreadMs()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return qint64(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
-}
 
 TrackDescription Track(AVMediaType type, AVCodecID codec, const QByteArray &extradata)
 {

@@ -3,8 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
-// Walks `input` as bare media data with the tracks its first byte picks (H.264 or HEVC with 4-, 2- or
-// 1-byte NAL lengths, or MPEG-4 Part 2; with or without AAC or MP3 sound, or sound alone) and checks what must hold for any
-// input: the walk ends within a second of processor time, and the samples it finds lie inside the
-// data, in order, without overlapping. Returns an empty string when all held.
+// Walks `input` as bare media data with the tracks its first byte picks (H.264, HEVC or MPEG-4
+// Part 2 pictures, AAC or MP3 sound): the walk must end within a second of processor time, and its
+// samples lie inside the data, in order, apart. Returns what did not hold, or an empty string.
 QString CheckSampleWalker(const QByteArray &input);
