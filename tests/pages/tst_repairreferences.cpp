@@ -9,7 +9,6 @@
 #include "pages/repair/VideoRepairWindow.h"
 
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QtTest>
 
 class TstRepairReferences : public QObject
@@ -24,24 +23,23 @@ private Q_SLOTS:
     void initTestCase()
     {
         QStandardPaths::setTestModeEnabled(true); // the user's own settings stay untouched
-        Fixtures::Clip camera, otherSize, otherCodec;
-        camera.extra = QStringList{"-g", "25"};
-        QVERIFY(Fixtures::Make(Path("camera.mp4"), camera));
-        // Cut inside the media data, before the index at the end.
-        const QByteArray whole = Bytes::ReadFile(Path("camera.mp4"));
-        QVERIFY(Bytes::WriteFile(Path("cut-a.mp4"), whole.left(whole.size() * 6 / 10)) &&
-                Bytes::WriteFile(Path("cut-b.mp4"), whole.left(whole.size() * 3 / 10)));
+        using Fixtures::Clip;
+        const QStringList x265{"-preset", "ultrafast", "-x265-params", "log-level=error", "-tag:v", "hvc1"};
+        Clip camera = Clip::Of("libx264", "aac", 2, {"-g", "25"}),
+             otherCodec = Clip::Of("libx265", "aac", 2, x265);
+        Clip otherSize = Clip::Of("libx264", "aac", 2, {}, "640x480");
         // A camera that repeats its parameter sets needs no reference.
-        Fixtures::Clip repeating = camera;
-        repeating.extra += QStringList{"-x264-params", "repeat-headers=1"};
-        QVERIFY(Fixtures::Make(Path("repeating.mp4"), repeating));
-        const QByteArray own = Bytes::ReadFile(Path("repeating.mp4"));
-        QVERIFY(Bytes::WriteFile(Path("cut-own.mp4"), own.left(own.size() * 6 / 10)));
+        const Clip repeating =
+            Clip::Of("libx264", "aac", 2, {"-g", "25", "-x264-params", "repeat-headers=1"});
+        QVERIFY(Fixtures::Make(Path("camera.mp4"), camera) &&
+                Fixtures::Make(Path("repeating.mp4"), repeating));
+        // Cut inside the media data, before the index at the end.
+        const QByteArray whole = Bytes::ReadFile(Path("camera.mp4")),
+                         own = Bytes::ReadFile(Path("repeating.mp4"));
+        QVERIFY(Bytes::WriteFile(Path("cut-a.mp4"), whole.left(whole.size() * 6 / 10)) &&
+                Bytes::WriteFile(Path("cut-b.mp4"), whole.left(whole.size() * 3 / 10)) &&
+                Bytes::WriteFile(Path("cut-own.mp4"), own.left(own.size() * 6 / 10)));
         camera.pattern = otherSize.pattern = otherCodec.pattern = "testsrc2"; // another day
-        otherSize.size = "640x480";
-        otherCodec.videoCodec = "libx265";
-        otherCodec.extra =
-            QStringList{"-preset", "ultrafast", "-x265-params", "log-level=error", "-tag:v", "hvc1"};
         QVERIFY(Fixtures::Make(Path("healthy.mp4"), camera) &&
                 Fixtures::Make(Path("reference.mp4"), camera) &&
                 Fixtures::Make(Path("other-size.mp4"), otherSize) &&
@@ -64,18 +62,16 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("listed");
         QTest::addColumn<QString>("reference");
         QTest::addColumn<QString>("rebuiltFrom");
+        auto row = [](const char *tag, const QStringList &listed, const char *reference, const char *from) {
+            QTest::newRow(tag) << listed << QString(reference) << QString(from);
+        };
         const QStringList cutAndHealthy{"cut-a.mp4", "healthy.mp4"};
-        QTest::newRow("chosen") << QStringList{"cut-a.mp4"} << "reference.mp4"
-                                << "reference.mp4";
-        QTest::newRow("found in the list") << QStringList{"cut-a.mp4", "cut-b.mp4", "healthy.mp4"} << ""
-                                           << "healthy.mp4";
-        QTest::newRow("chosen, another size") << cutAndHealthy << "other-size.mp4"
-                                              << "healthy.mp4";
-        QTest::newRow("chosen, another codec") << cutAndHealthy << "other-codec.mp4"
-                                               << "healthy.mp4";
-        QTest::newRow("chosen, gone before the run") << QStringList{"cut-a.mp4"} << "gone.mp4"
-                                                     << "";
-        QTest::newRow("none needed") << QStringList{"cut-own.mp4"} << "" << "the file itself";
+        row("chosen", {"cut-a.mp4"}, "reference.mp4", "reference.mp4");
+        row("found in the list", {"cut-a.mp4", "cut-b.mp4", "healthy.mp4"}, "", "healthy.mp4");
+        row("chosen, another size", cutAndHealthy, "other-size.mp4", "healthy.mp4");
+        row("chosen, another codec", cutAndHealthy, "other-codec.mp4", "healthy.mp4");
+        row("chosen, gone before the run", {"cut-a.mp4"}, "gone.mp4", "");
+        row("none needed", {"cut-own.mp4"}, "", "the file itself");
     }
 
     void run()

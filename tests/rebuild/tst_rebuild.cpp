@@ -13,10 +13,6 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include <QDir>
-#include <QDirIterator>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -31,17 +27,14 @@ struct Recorder
 // timecode track and its media in half-second chunks, HEVC in a .mov, and sound alone.
 QList<Recorder> Recorders()
 {
-    Fixtures::Clip camera;
-    camera.seconds = 4;
-    camera.extra = QStringList{"-g", "25"};
-    Fixtures::Clip phone = camera;
-    phone.extra += QStringList{"-timecode", "01:00:00:00", "-chunk_duration", "500000"};
-    Fixtures::Clip hevc = camera;
-    hevc.videoCodec = "libx265";
-    hevc.extra = QStringList{"-preset", "ultrafast", "-x265-params", "log-level=error:keyint=25", "-tag:v", "hvc1"};
-    Fixtures::Clip sound = camera;
-    sound.videoCodec.clear();
-    sound.extra = QStringList{"-b:a", "128k"};
+    using Fixtures::Clip;
+    const Clip camera = Clip::Of("libx264", "aac", 4, {"-g", "25"});
+    const Clip phone =
+        Clip::Of("libx264", "aac", 4, {"-g", "25", "-timecode", "01:00:00:00", "-chunk_duration", "500000"});
+    const Clip hevc =
+        Clip::Of("libx265", "aac", 4,
+                 {"-preset", "ultrafast", "-x265-params", "log-level=error:keyint=25", "-tag:v", "hvc1"});
+    const Clip sound = Clip::Of("", "aac", 4, {"-b:a", "128k"});
     return {{"camera.mp4", camera}, {"phone.mov", phone}, {"hevc.mov", hevc}, {"sound.m4a", sound}};
 }
 
@@ -179,9 +172,9 @@ class TstRebuild : public QObject
 
         const Recoverable::Target target = Recoverable::Of(original, surviving);
         const Fixtures::Plays plays = Fixtures::Played(case_ + "/out/Repaired-Video-Files/" + name);
-        const QString counts = QString("plays %1 frames, %2 s; recoverable %3 frames, %4 s")
-                                   .arg(plays.frames).arg(plays.audioSeconds).arg(target.frames)
-                                   .arg(target.audioSeconds);
+        const QString counts =
+            QString::asprintf("plays %lld frames, %g s; recoverable %lld frames, %g s", plays.frames,
+                              plays.audioSeconds, target.frames, target.audioSeconds);
         qInfo("%s", qPrintable(counts));
         QVERIFY2(plays.frames >= share * double(target.frames), qPrintable(counts));
         QVERIFY2(plays.audioSeconds >= share * target.audioSeconds, qPrintable(counts));
@@ -233,28 +226,21 @@ private slots:
         QTest::addColumn<Harm>("harm");
         QTest::addColumn<QStringList>("says");
         const QString rebuilt = "Index rebuilt from the file itself";
-        Fixtures::Clip h264;
-        h264.seconds = 4;
-        h264.extra = QStringList{"-g", "25", "-x264-params", "repeat-headers=1"};
-        Fixtures::Clip hevc = h264;
-        hevc.videoCodec = "libx265";
-        hevc.extra = QStringList{"-preset", "ultrafast", "-x265-params", "log-level=error:keyint=25:repeat-headers=1",
-                                 "-tag:v", "hvc1"};
-        Fixtures::Clip faststart = h264;
-        faststart.extra = QStringList{"-movflags", "+faststart"};
-        Fixtures::Clip sound = h264;
-        sound.videoCodec.clear();
-        sound.extra.clear();
-        Fixtures::Clip mp3 = h264;
-        mp3.audioCodec = "libmp3lame";
+        using Fixtures::Clip;
+        const QStringList headers{"-g", "25", "-x264-params", "repeat-headers=1"};
+        const Clip h264 = Clip::Of("libx264", "aac", 4, headers),
+                   mp3 = Clip::Of("libx264", "libmp3lame", 4, headers);
+        const Clip hevc = Clip::Of("libx265", "aac", 4,
+                                   {"-preset", "ultrafast", "-x265-params",
+                                    "log-level=error:keyint=25:repeat-headers=1", "-tag:v", "hvc1"});
+        const Clip faststart = Clip::Of("libx264", "aac", 4, {"-movflags", "+faststart"});
+        const Clip sound = Clip::Of("", "aac", 4), adts = Clip::Of("", "aac", 4, {"-f", "adts"});
         QTest::newRow("H.264 .mp4 cut") << "own.mp4" << h264 << Harm::Cut60 << QStringList{rebuilt};
         QTest::newRow("HEVC .mov cut") << "own.mov" << hevc << Harm::Cut60 << QStringList{rebuilt};
         QTest::newRow("faststart, stsz") << "fast.mp4" << faststart << Harm::StszSize << QStringList();
         QTest::newRow("sound .m4a cut") << "own.m4a" << sound << Harm::Cut60
                                         << QStringList{rebuilt, "audio rate assumed 48 kHz"};
         QTest::newRow("MP3 in .mov cut") << "mp3.mov" << mp3 << Harm::Cut60 << QStringList{rebuilt};
-        Fixtures::Clip adts = sound;
-        adts.extra = QStringList{"-f", "adts"};
         QTest::newRow("AAC with ADTS headers") << "adts.m4a" << adts << Harm::Bare << QStringList{rebuilt};
     }
 
@@ -276,19 +262,15 @@ private slots:
         QTest::addColumn<Fixtures::Clip>("clip");
         QTest::addColumn<Harm>("harm");
         QTest::addColumn<bool>("reference");
-        Fixtures::Clip mpeg4;
-        mpeg4.seconds = 4;
-        mpeg4.videoCodec = "mpeg4";
-        mpeg4.audioCodec = "libmp3lame";
-        mpeg4.extra = QStringList{"-g", "25", "-q:v", "4"};
-        Fixtures::Clip inBand = mpeg4;
-        inBand.extra += QStringList{"-bsf:v", "dump_extra=freq=keyframe"};
-        Fixtures::Clip camera;
-        camera.seconds = 4;
-        camera.extra = QStringList{"-g", "25", "-b:v", "1500k"};
-        Fixtures::Clip faststart = camera, fragmented = camera;
-        faststart.extra += QStringList{"-movflags", "+faststart"};
-        fragmented.extra += QStringList{"-movflags", "frag_keyframe+empty_moov"};
+        using Fixtures::Clip;
+        const QStringList vop{"-g", "25", "-q:v", "4"}, rich{"-g", "25", "-b:v", "1500k"};
+        const Clip mpeg4 = Clip::Of("mpeg4", "libmp3lame", 4, vop),
+                   inBand = Clip::Of("mpeg4", "libmp3lame", 4,
+                                     vop + QStringList{"-bsf:v", "dump_extra=freq=keyframe"});
+        const Clip camera = Clip::Of("libx264", "aac", 4, rich),
+                   faststart = Clip::Of("libx264", "aac", 4, rich + QStringList{"-movflags", "+faststart"}),
+                   fragmented = Clip::Of("libx264", "aac", 4,
+                                         rich + QStringList{"-movflags", "frag_keyframe+empty_moov"});
         QTest::newRow("MPEG-4 Part 2 + MP3, cut") << "vop.mov" << mpeg4 << Harm::Cut60 << true;
         QTest::newRow("MPEG-4 Part 2 + MP3, cut, no reference") << "vop.mov" << inBand << Harm::Cut60 << false;
         QTest::newRow("first 4 KiB, index at the end") << "lost.mp4" << camera << Harm::FirstSectors << false;

@@ -48,27 +48,22 @@ bool Make(const QString &path, const Clip &clip)
 {
     const QString seconds = QString::number(clip.seconds);
     QStringList args;
+    const QStringList lavfi{"-f", "lavfi", "-i"};
     if (!clip.videoCodec.isEmpty())
-        args << "-f"
-             << "lavfi"
-             << "-i"
+        args << lavfi
              << QString("%1=size=%2:rate=%3:duration=%4").arg(clip.pattern, clip.size, clip.rate, seconds);
     if (!clip.audioCodec.isEmpty())
-        args << "-f"
-             << "lavfi"
-             << "-i" << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
+        args << lavfi << QString("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
     if (!clip.videoCodec.isEmpty())
         args << "-c:v" << clip.videoCodec << "-pix_fmt" << clip.pixelFormat;
     if (!clip.audioCodec.isEmpty())
-        args << "-c:a" << clip.audioCodec << "-ac"
-             << "2";
+        args << "-c:a" << clip.audioCodec << QStringList{"-ac", "2"};
     args << clip.extra << path;
     QString errors;
-    if (!Ffmpeg(args, &errors)) {
+    const bool made = Ffmpeg(args, &errors);
+    if (!made)
         qWarning("ffmpeg could not make %s: %s", qPrintable(path), qPrintable(errors));
-        return false;
-    }
-    return true;
+    return made;
 }
 
 QString DecodeErrors(const QString &path)

@@ -41,9 +41,8 @@ bool Make(const QString &path, const Clip &clip = Clip());
 // Decodes the whole file and returns what ffmpeg reported as errors; empty when it decodes cleanly.
 QString DecodeErrors(const QString &path);
 
-// What a file plays, measured with the ffmpeg command itself: the last "frame=" of
-// `ffmpeg -v error -i FILE -map 0:v:0 -fps_mode passthrough -f null - -progress pipe:1`, and the last
-// out_time of the same command with -map 0:a:0. The yardstick every repair is judged by.
+// What a file plays by the ffmpeg command itself (-fps_mode passthrough -f null, -progress): the
+// last frame count of its first video stream and the last out_time of its first audio stream.
 struct Plays {
     qint64 frames = 0;
     double audioSeconds = 0;
