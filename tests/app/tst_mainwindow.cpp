@@ -19,7 +19,6 @@
 
 #include <QCheckBox>
 #include <QLabel>
-#include <QTemporaryDir>
 #include <QtTest>
 
 Q_DECLARE_METATYPE(QMessageBox::StandardButton)
@@ -118,6 +117,10 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString file = dir.filePath("a.mov");
         QVERIFY(Bytes::WriteFile(file, "x"));
+        // Maximised as the start page was, or else placed at `where`.
+        auto placed = [maximised](QWidget *page, const QRect &where) {
+            return maximised ? page->isMaximized() : !page->isMaximized() && page->geometry() == where;
+        };
         MainWindow w;
         const QRect first(40, 60, 1000, 700);
         w.setGeometry(first);
@@ -126,17 +129,13 @@ private Q_SLOTS:
         w.OnRepairVideoFile();
         VideoRepairWindow *page = w.RepairPage();
         QVERIFY(!w.isVisible() && page->isVisible());
-        QCOMPARE(page->isMaximized(), maximised);
-        if (!maximised)
-            QCOMPARE(page->geometry(), first); // opens where the start page was
+        QVERIFY(placed(page, first)); // opens where the start page was
 
         page->AddFiles({file});
         page->OnRepairFinish(); // the hand-over at the end of a run
         VideoSavingWindow *save = page->SavingWindow();
         QVERIFY(save && save->isVisible() && page->isHidden());
-        QCOMPARE(save->isMaximized(), maximised);
-        if (!maximised)
-            QCOMPARE(save->geometry(), first);
+        QVERIFY(placed(save, first));
 
         const QRect second(90, 30, 1100, 720);
         if (!maximised)
@@ -146,15 +145,10 @@ private Q_SLOTS:
             Pages::Button(save, "BackButton")->click();
         }
         QTRY_VERIFY(page->isVisible());
-        QCOMPARE(page->isMaximized(), maximised);
-        if (!maximised)
-            QCOMPARE(page->geometry(), second);
+        QVERIFY(placed(page, second));
 
         Pages::Button(page, "BackButton")->click();
-        QVERIFY(w.isVisible() && page->isHidden());
-        QCOMPARE(w.isMaximized(), maximised);
-        if (!maximised)
-            QCOMPARE(w.geometry(), second);
+        QVERIFY(w.isVisible() && page->isHidden() && placed(&w, second));
     }
 
     // Rows: entry, default browser, then the system's handler or the browser, quoted or not, and URL.
@@ -338,8 +332,7 @@ private Q_SLOTS:
         QCOMPARE(QSettings(f.fileName(), PlistFormat()).value(key), value);
     }
 
-    // The macOS command names the browser in quotes, or bare when the route asks for it unless the
-    // shell would split it.
+    // The macOS command quotes the browser, or leaves it bare when asked unless a shell would split it.
     void macOpenCommand()
     {
         QCOMPARE(MacOpenCommand("/Applications/Google Chrome.app", "https://a.example/a b", false),

@@ -5,8 +5,6 @@
 #include "Fixtures.h"
 #include "cli/CommandLine.h"
 
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>
@@ -117,8 +115,7 @@ private Q_SLOTS:
                               "Repair Failed: pcm.mov", "  Failed due to unsupported Audio or Video codecs.",
                               "2 of 3 files repaired; results in " + results + "."}));
         QCOMPARE(Entries(results), QStringList({"good1.mp4", "good2.mov"}));
-        // The working folder is gone; the engine's log stays because a file failed, and holds what the
-        // engine printed, none of it on the terminal.
+        // The working folder is gone; the engine's log stays (a file failed) with all the engine printed.
         const QStringList left = Entries(m_tmp);
         QVERIFY2(left.size() == 1 && left.first().startsWith("corvane-repair-") &&
                      left.first().endsWith(".log"),
@@ -133,8 +130,8 @@ private Q_SLOTS:
                      engineText);
     }
 
-    // Results go into the current folder; "--" lets a name begin with '-', otherwise an unknown option
-    // that stops the run before anything is written; a clean run leaves no log.
+    // Results go into the current folder; "--" lets a name begin with '-', else an unknown option that
+    // stops the run before anything is written; a clean run leaves no log.
     void defaultsAndDashNames()
     {
         QVERIFY(QFile::copy(m_in + "/good1.mp4", m_cwd + "/-dash.mp4"));
@@ -202,8 +199,8 @@ private Q_SLOTS:
         QProcess::execute("umount", {m_out});
         QVERIFY(made);
         QCOMPARE(r.code, 1);
-        QCOMPARE(Lines(r.out).value(0),
-                 "Repair Failed: " + clip + " (could not be saved to " + result + ": No space left on device)");
+        QCOMPARE(Lines(r.out).value(0), "Repair Failed: " + clip + " (could not be saved to " + result +
+                                            ": No space left on device)");
         QVERIFY(!cutOff);
     }
 
@@ -238,13 +235,8 @@ private Q_SLOTS:
             QCOMPARE("error: " + error, expected);
             return;
         }
-        QString flags;
-        for (auto [set, letter] : {std::pair{o.structuralOnly, 'S'},
-                                   {o.keepCodecs, 'C'},
-                                   {o.keepTemp, 'K'},
-                                   {o.verbose, 'V'},
-                                   {o.help, 'H'}})
-            flags += set ? QString(letter) : QString();
+        const QString flags = QString(o.structuralOnly ? "S" : "") + (o.keepCodecs ? "C" : "") +
+                              (o.keepTemp ? "K" : "") + (o.verbose ? "V" : "") + (o.help ? "H" : "");
         QCOMPARE(QStringList({o.outputDir, o.tempDir, flags, o.files.join('|')}).join(' '), expected);
     }
 
@@ -255,28 +247,26 @@ private Q_SLOTS:
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("temp");
         QTest::addColumn<QString>("error");
-        const QString out = "%c/out", tmp = "%c/other";
-        QTest::newRow("accepted") << QStringList{"%c/in/a.mov"} << out << tmp << "";
-        QTest::newRow("missing input")
-            << QStringList{"%c/in/a.mov", "%c/in/c.mov"} << out << tmp << "no such file: %c/in/c.mov";
-        QTest::newRow("one name in two folders") << QStringList{"%c/in/a.mov", "%c/other/a.mov"} << out << tmp
-                                                 << "%c/in/a.mov and %c/other/a.mov have the same file name";
-        QTest::newRow("temporary folder is a file") << QStringList{"%c/in/a.mov"} << out << "%c/in/a.mov"
-                                                    << "temporary folder is not a folder";
-        QTest::newRow("input is its own result, by another path")
-            << QStringList{"%c/out/Repaired-Video-Files/b.mp4"} << "%c/in/../out" << tmp
-            << "the result would overwrite the input %c/out/Repaired-Video-Files/b.mp4";
-        QTest::newRow("a file named like the result folder")
-            << QStringList{"%c/in/a.mov"} << "%c/taken" << tmp
-            << "the folder \"Repaired-Video-Files\" could not be created in %c/taken: Something that is not "
-               "a folder";
-        QTest::newRow("a link to nothing named like it")
-            << QStringList{"%c/in/a.mov"} << "%c/dangling" << tmp
-            << "the folder \"Repaired-Video-Files\" could not be "
-               "created in %c/dangling: A link of that name leads nowhere";
-        QTest::newRow("input is a link to its result")
-            << QStringList{"%c/other/b.mp4"} << out << tmp
-            << "the result would overwrite the input %c/other/b.mp4";
+        auto row = [](const char *tag, const QStringList &files, const char *output, const char *temp,
+                      const QString &error) {
+            QTest::newRow(tag) << files << QString(output) << QString(temp) << error;
+        };
+        const char *out = "%c/out", *tmp = "%c/other";
+        const QString folder = "the folder \"Repaired-Video-Files\" could not be created in %c/";
+        const QStringList a{"%c/in/a.mov"};
+        row("accepted", a, out, tmp, "");
+        row("missing input", a + QStringList{"%c/in/c.mov"}, out, tmp, "no such file: %c/in/c.mov");
+        row("one name in two folders", a + QStringList{"%c/other/a.mov"}, out, tmp,
+            "%c/in/a.mov and %c/other/a.mov have the same file name");
+        row("temporary folder is a file", a, out, "%c/in/a.mov", "temporary folder is not a folder");
+        row("input is its own result, by another path", {"%c/out/Repaired-Video-Files/b.mp4"}, "%c/in/../out",
+            tmp, "the result would overwrite the input %c/out/Repaired-Video-Files/b.mp4");
+        row("a file named like the result folder", a, "%c/taken", tmp,
+            folder + "taken: Something that is not a folder");
+        row("a link to nothing named like it", a, "%c/dangling", tmp,
+            folder + "dangling: A link of that name leads nowhere");
+        row("input is a link to its result", {"%c/other/b.mp4"}, out, tmp,
+            "the result would overwrite the input %c/other/b.mp4");
     }
 
     void check()
