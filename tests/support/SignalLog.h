@@ -3,7 +3,6 @@
 #include <QMetaMethod>
 #include <QMutex>
 #include <QObject>
-#include <QRegularExpression>
 #include <QStringList>
 #include <QVariant>
 
@@ -31,12 +30,6 @@ public:
     {
         QMutexLocker locker(&m_mutex);
         return m_lines;
-    }
-
-    // Lines whose name is `name`, in order.
-    QStringList Only(const QString &name) const
-    {
-        return Lines().filter(QRegularExpression("^" + QRegularExpression::escape(name) + "\\("));
     }
 
     int qt_metacall(QMetaObject::Call call, int id, void **argv) override
