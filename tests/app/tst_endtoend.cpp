@@ -21,10 +21,7 @@
 #include "pages/save/SavingFinishDlg.h"
 #include "pages/save/VideoSavingWindow.h"
 
-#include <QProcess>
 #include <QProgressBar>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using Col = MyRightTreeWidgetItem::Column;
@@ -53,18 +50,13 @@ QString LongName()
 QStringList HostileNames()
 {
     const QString touch = QString("touch ") + Marker;
-    return {"two  blanks here.mov",
-            "it's.mp4",
-            "say \"hi\".mov",
-            "$HOME $(" + touch + ").mov",
-            "`" + touch + "`.mp4",
-            "'; " + touch + "; '.mov",
-            "semi;colon & pipe | < > * ?.mp4",
-            "line\nbreak.mov",
-            QString::fromUtf8("Vidéo ünïcödé 日本語.mp4"),
-            "-leading dash.mov",
-            LongName(),
-            "-x 'a' \"b\" $(" + touch + "); `" + touch + "` \\ é\n" + touch + ".mov"};
+    const QStringList plain{"two  blanks here.mov", "it's.mp4",
+                            "say \"hi\".mov",       "semi;colon & pipe | < > * ?.mp4",
+                            "line\nbreak.mov",      QString::fromUtf8("Vidéo ünïcödé 日本語.mp4"),
+                            "-leading dash.mov"};
+    return plain + QStringList{"$HOME $(" + touch + ").mov", "`" + touch + "`.mp4", "'; " + touch + "; '.mov",
+                               LongName(),
+                               "-x 'a' \"b\" $(" + touch + "); `" + touch + "` \\ é\n" + touch + ".mov"};
 }
 
 QString Temp(const QString &name)
@@ -149,7 +141,6 @@ private Q_SLOTS:
         QDir(VideoRepairWindow::TempFolder()).removeRecursively();
     }
 
-
     void repair()
     {
         m_main->OnInitialize();
@@ -214,7 +205,6 @@ private Q_SLOTS:
         }
     }
 
-
     // Every ticked file is saved (the refused one has nothing to save), then revealed.
     void saveAndReveal()
     {
@@ -237,7 +227,6 @@ private Q_SLOTS:
         for (const QString &name : {m_names.first(), Cut})
             QVERIFY2(Fixtures::DecodeErrors(saved + "/" + name).isEmpty(), qPrintable(name));
     }
-
 
     // Saved as PDF over an older report of the same name, without a question.
     void logReport()

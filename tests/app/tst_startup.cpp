@@ -3,7 +3,6 @@
 
 #include <QGuiApplication>
 #include <QPixmap>
-#include <QProcess>
 #include <QScreen>
 #include <QtTest>
 

@@ -15,9 +15,6 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <random>
@@ -85,8 +82,7 @@ class TstHardening : public QObject
         return m_dir.filePath(name);
     }
 
-    // A run of the repair worker (0) or the saving worker (1) into `into`; the signals that end it.
-    // With a seed, a stop comes after a random part of a run's length.
+    // Repair (0) or saving (1) run into `into`, the signals that end it; a seed stops it at random.
     QStringList Run(int worker, const QString &into, quint32 seed = 0)
     {
         ThreadVideoRepair repair;

@@ -16,9 +16,6 @@
 #include "workers/PreviewCopy.h"
 #include "workers/PreviewState.h"
 
-#include <QScopeGuard>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using Col = MyRightTreeWidgetItem::Column;
@@ -219,8 +216,7 @@ private Q_SLOTS:
         QCOMPARE(Enabled(&page, {"AddButton", "RepairButton"}), (QStringList{"AddButton", "RepairButton"}));
     }
 
-    // Back and a Yes to close remove the working folder, the preview copies and programs; Back tells
-    // the start page how to show itself.
+    // Back, or a Yes to close, removes the working folder and previews; Back tells if it was maximised.
     void leaving_data()
     {
         QTest::addColumn<QString>("how");
@@ -328,8 +324,7 @@ private Q_SLOTS:
         QCOMPARE(lstRunningFilePath, QStringList{PreviewCopyName(second)});
     }
 
-    // A preview writes nothing beside the user's file and leaves nothing after Back; a preview
-    // program this process did not start is never ended.
+    // A preview leaves nothing beside the user's file or after Back, and ends no program but its own.
     void previewLeavesNothingAndEndsOnlyItsOwn()
     {
         strPreviewerPath = Previewer(m_dir.filePath("own.log"));
@@ -405,8 +400,7 @@ private Q_SLOTS:
         QCOMPARE(copy->child(0)->checkState(0), Qt::PartiallyChecked);
     }
 
-    // Names under /var/tmp held by what the program may not remove: another account's are none of
-    // its business, its own are reported.
+    // Taken names under /var/tmp: another account's are none of our business, our own are reported.
     void takenNames_data()
     {
         QTest::addColumn<QString>("path");

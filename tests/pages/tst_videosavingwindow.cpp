@@ -21,8 +21,6 @@
 
 #include <QHeaderView>
 #include <QLabel>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTextEdit>
 #include <QtTest>
 
@@ -195,8 +193,7 @@ private Q_SLOTS:
         QVERIFY(!bStopFlag);
     }
 
-    // Three files of 1.5 MiB on a 2 MiB tmpfs: the page says which failed and why, no cut-off file
-    // stays, and the page browses again.
+    // Three 1.5 MiB files on a 2 MiB tmpfs: which failed and why, no cut-off file, the page browses again.
     void fullDestination()
     {
         const QString mount = m_dir.filePath("small"), folder = mount + "/Repaired-Video-Files";
@@ -309,8 +306,7 @@ private Q_SLOTS:
                  QString("set theFile to \"/Volumes/A \\\"B\\\"\\\\\\n\""));
     }
 
-    // The real script: the folder reaches the file manager as one argument, nothing in it runs, and
-    // a link planted at the script's path is not written through.
+    // The real script: the folder is one argument, nothing in it runs, a planted link is not followed.
     void linuxScriptRunsNothing_data()
     {
         QTest::addColumn<QString>("name");

@@ -8,10 +8,6 @@
 #include "previewer/PlayerWidget.h"
 #include "previewer/SoundFeed.h"
 
-#include <QElapsedTimer>
-#include <QProcess>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -84,8 +80,8 @@ class TstPlayerWidget : public QObject
         return QImage(png);
     }
 
-    // Runs the program; its state as its test hook prints it, empty unless Escape closed it. Through a
-    // link of another name: the pages' suites end every process under the previewer's path.
+    // Runs the program through a link (the pages' suites end processes at the previewer's path); its
+    // state as its test hook prints it, empty unless Escape closed its window.
     QMap<QString, QString> Run(const QStringList &args, const QString &grab)
     {
         QProcess process;
@@ -210,8 +206,7 @@ private Q_SLOTS:
         QVERIFY((drawn.center() - QPoint(view.width() / 2, view.height() / 2)).manhattanLength() <= 4);
     }
 
-    // Space plays and pauses, a paused seek shows the right picture, playing resumes there, seeks
-    // are clamped, and the end stops the player.
+    // Space plays and pauses, a paused seek shows the right picture, play resumes there, seeks are clamped.
     void playsPausesSeeksAndEnds()
     {
         const QImage at052 = Reference(0.52), at048 = Reference(0.48), at200 = Reference(2.0);

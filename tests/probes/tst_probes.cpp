@@ -5,8 +5,6 @@
 #include "probes/ShellProbes.h"
 #include "probes/ShellQuote.h"
 
-#include <QScopeGuard>
-#include <QSysInfo>
 #include <QtTest>
 
 #include <sys/statvfs.h>

@@ -4,7 +4,6 @@
 #include "Fixtures.h"
 #include "repair/Playback.h"
 
-#include <QTemporaryDir>
 #include <QtTest>
 
 class TstPlayback : public QObject

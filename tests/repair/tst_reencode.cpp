@@ -9,8 +9,6 @@
 #include "repair/RepairContext.h"
 #include "repair/ThreadVideoRepair.h"
 
-#include <QDir>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cmath>
@@ -36,8 +34,7 @@ bool MakeMp3Switch(const QString &path)
                              path + ".mp3", "-c:v", "libx264", "-pix_fmt", "yuv420p", "-c:a", "copy", path});
 }
 
-// The damage a row names: 64 KiB zeroed in the middle, a flipped byte every 8 KiB of the media data,
-// the first NAL unit of video packet 40 claiming 2 GiB, or the last 40% lost.
+// Damage: 64 KiB zeroed mid-file, a byte flipped every 8 KiB, packet 40's NAL claiming 2 GiB, or cut.
 bool Harm(const QString &path, const QString &damage)
 {
     QByteArray b = Bytes::ReadFile(path);
@@ -395,8 +392,7 @@ private Q_SLOTS:
         QVERIFY(w.UnsupportedList().isEmpty());
     }
 
-    // Links planted in the shared working folder (a.mp4's copy, b.mp4's intermediates) are never
-    // written through.
+    // Links planted in the working folder (a.mp4's copy, b.mp4's intermediates) are not written through.
     void plantedLinksAreNotFollowed()
     {
         const QString in = Fresh("links"), temp = Fresh("links-work"), victim = m_dir.filePath("victim");
@@ -410,8 +406,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo(temp + "/b.mp4").isSymLink());
     }
 
-    // A stop in the second file's pass ends the run; its open output is released by the next run
-    // (whose structural pass once opened its first copy over it and lost it).
+    // A stop in the second file's pass ends the run; the next run releases its open output.
     void stopInPacketLoopOfSecond()
     {
         const QString in = Fresh("stop"), temp = Fresh("stop-work");
