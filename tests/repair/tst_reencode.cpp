@@ -168,8 +168,8 @@ private Q_SLOTS:
         QVERIFY2(Fixtures::DecodeErrors(out).isEmpty(), qPrintable(Fixtures::DecodeErrors(out)));
         // The output's audio stream is made first, so compare the kinds, not their order.
         QStringList kinds = Fixtures::StreamKinds(out), wanted = Fixtures::StreamKinds(in);
-        std::sort(kinds.begin(), kinds.end());
-        std::sort(wanted.begin(), wanted.end());
+        kinds.sort();
+        wanted.sort();
         QCOMPARE(kinds, wanted);
         QCOMPARE(Fixtures::CodecName(out, "video"), QString(wanted.contains("video") ? "h264" : ""));
         QCOMPARE(Fixtures::CodecName(out, "audio"), QString(wanted.contains("audio") ? "aac" : ""));

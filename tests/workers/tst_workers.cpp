@@ -56,13 +56,10 @@ QStringList Copied(int i, const QString &name)
 
 QStringList Scanned(int i, const QString &name)
 {
-    return {QString("OverAllProgressValue(%1)").arg(i),
-            "Info(Repairing " + name + " file)",
-            QString("MaxProgress(%1)").arg(Damaged().size()),
-            "ProgressValue(0)",
-            "ProgressValue(4)",
-            "ProgressValue(96)",
-            "ProgressValue(196)"};
+    return QString("OverAllProgressValue(%1)|Info(Repairing %2 file)|MaxProgress(%3)|ProgressValue(0)|"
+                   "ProgressValue(4)|ProgressValue(96)|ProgressValue(196)")
+        .arg(QString::number(i), name, QString::number(Damaged().size()))
+        .split('|');
 }
 
 QByteArray Pattern(int size)
