@@ -1,9 +1,7 @@
 #!/usr/bin/env python3
-"""Writes the seed corpus for the structural-pass fuzzer into corpus/ (or CORVANE_SEEDS_OUT): one
-small layout for each word the scan acts on, led in by a 92-byte "ftyp" box, and the first 16 KiB
-of real files made with ffmpeg. For the sample walker's fuzzer, walker-corpus/ (beside it) gets
-stretches of the media data of real files, each led by the byte that picks the tracks it is walked
-with. Run from anywhere; needs ffmpeg for the real-file seeds."""
+"""Seeds for the structural-pass fuzzer in corpus/ (or CORVANE_SEEDS_OUT): a layout per word the scan
+acts on after a 92-byte "ftyp", and the heads of ffmpeg-made files; for the sample walker's fuzzer, in
+walker-corpus/ beside it, media data of such files led by the byte that picks its tracks."""
 
 import os, struct, subprocess, tempfile
 
