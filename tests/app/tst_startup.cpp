@@ -9,39 +9,6 @@
 namespace
 {
 
-// An Xvfb of its own on the first free display from :90.
-class XServer
-{
-public:
-    QString Start()
-    {
-        for (int n = 90; n < 130; ++n) {
-            if (QFile::exists(QString("/tmp/.X%1-lock").arg(n)))
-                continue;
-            m_server.start(CORVANE_XVFB,
-                           {QString(":%1").arg(n), "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
-            if (!m_server.waitForStarted())
-                return {};
-            for (int wait = 0; wait < 100 && m_server.state() == QProcess::Running;
-                 ++wait, QThread::msleep(50))
-                if (QFile::exists(QString("/tmp/.X11-unix/X%1").arg(n)))
-                    return QString(":%1").arg(n);
-            m_server.kill();
-            m_server.waitForFinished();
-        }
-        return {};
-    }
-    ~XServer()
-    {
-        m_server.terminate();
-        if (!m_server.waitForFinished(3000))
-            m_server.kill();
-    }
-
-private:
-    QProcess m_server;
-};
-
 // "xwininfo" facts of the named top-level window: "Map State", "Absolute upper-left X", "Width"...
 QMap<QString, QString> WindowInfo(const QString &title)
 {
@@ -112,14 +79,11 @@ private Q_SLOTS:
     }
 };
 
+// xvfb-run gives the test an X server of its own (DISPLAY); the window program then runs on it too.
 int main(int argc, char *argv[])
 {
-    XServer server;
-    const QString display = server.Start();
-    if (!display.isEmpty()) {
-        qputenv("DISPLAY", display.toLatin1());
+    if (qEnvironmentVariableIsSet("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
-    }
     QGuiApplication app(argc, argv);
     TestStartup test;
     return QTest::qExec(&test, argc, argv);
