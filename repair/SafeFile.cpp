@@ -7,7 +7,6 @@ extern "C" {
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <deque>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -51,8 +50,11 @@ class OutputSink
 public:
     OutputSink(int fd, bool background) : m_fd(fd)
     {
-        if (background)
+        if (background) {
+            m_filling.reserve(Backlog + (1 << 20));
+            m_draining.reserve(Backlog + (1 << 20));
             m_thread = std::thread([this] { Run(); });
+        }
     }
 
     ~OutputSink() { Close(); }
@@ -62,12 +64,15 @@ public:
         if (!m_thread.joinable())
             return WriteAll(data, size) ? size : AVERROR(m_error);
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_room.wait(lock, [this] { return m_queued < Backlog || m_error; });
+        m_room.wait(lock, [this] { return m_filling.size() < Backlog || m_error; });
         if (m_error)
             return AVERROR(m_error);
-        m_queue.emplace_back(data, data + size);
-        m_queued += size_t(size);
-        m_work.notify_one();
+        // The writer waits only when nothing is gathered: the first bytes wake it, later ones it
+        // finds when its current write is done.
+        const bool wake = m_filling.empty();
+        m_filling.insert(m_filling.end(), data, data + size);
+        if (wake)
+            m_work.notify_one();
         return size;
     }
 
@@ -123,30 +128,28 @@ private:
         if (!m_thread.joinable())
             return m_error == 0;
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_room.wait(lock, [this] { return (m_queue.empty() && !m_writing) || m_error; });
+        m_room.wait(lock, [this] { return (m_filling.empty() && !m_writing) || m_error; });
         return m_error == 0;
     }
 
+    // Takes everything gathered so far and writes it in one go, while the muxer gathers the next;
+    // two buffers that keep their room, so a packet costs no allocation and no wake-up of its own.
     void Run()
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         for (;;) {
-            m_work.wait(lock, [this] { return !m_queue.empty() || m_closing; });
-            if (m_queue.empty())
+            m_work.wait(lock, [this] { return !m_filling.empty() || m_closing; });
+            if (m_filling.empty())
                 return;
-            std::vector<uint8_t> block = std::move(m_queue.front());
-            m_queue.pop_front();
+            m_draining.swap(m_filling);
             m_writing = true;
             lock.unlock();
-            const bool ok = m_error == 0 && WriteAll(block.data(), int(block.size()));
+            const bool ok = m_error == 0 && WriteAll(m_draining.data(), int(m_draining.size()));
+            m_draining.clear();
             lock.lock();
             m_writing = false;
-            m_queued -= block.size();
-            if (!ok) {
-                // Nothing more can land: the muxer learns of it at its next write.
-                m_queue.clear();
-                m_queued = 0;
-            }
+            if (!ok)
+                m_filling.clear(); // nothing more can land: the muxer learns of it at its next write
             m_room.notify_all();
         }
     }
@@ -155,8 +158,7 @@ private:
     std::thread m_thread;
     std::mutex m_mutex;
     std::condition_variable m_work, m_room;
-    std::deque<std::vector<uint8_t>> m_queue;
-    size_t m_queued = 0;
+    std::vector<uint8_t> m_filling, m_draining; // what the muxer hands in; what is being written
     bool m_writing = false;
     bool m_closing = false;
     std::atomic<int> m_error{0};

@@ -24,7 +24,7 @@ struct SafeOutputOptions
     int bufferSize = 1 << 16; // bytes gathered before they are written
     bool direct = false;      // a packet's payload goes out as it comes, not through the buffer
     bool background = false;  // written by a thread of its own, so that the muxer's caller works on
-                              // while the disk takes the bytes (at most 8 MiB wait in between)
+                              // while the disk takes the bytes (up to 8 MiB gather meanwhile)
 };
 
 // Gives a muxer an output written through a descriptor made by CreateFreshDescriptor rather than
