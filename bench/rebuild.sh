@@ -8,7 +8,7 @@
 # with no index by repeating its media data up to --size GB (default 1) and --large GB (default 4),
 # as a camera that lost power would leave them. The rebuild stage runs alone (corvane-rebuild-index:
 # no copy into a working folder, no re-encode), with a reference made by the same encoder settings.
-# Each command runs N times (default 3) with a warm page cache; medians count. Targets: the rebuild
+# Each command runs N times (default 3) with a warm page cache, each after a sync; medians count. Targets: the rebuild
 # at most 2 times cp's time on the --size file, and under 300 MB peak memory on the --large one.
 # Exits 1 when a target is missed, 2 when a step fails. Needs about 3 x (size + large) GB of disk in
 # ${TMPDIR:-/tmp}.
@@ -78,6 +78,7 @@ measure() {
 median() {
     for ((i = 1; i <= runs; i++)); do
         rm -f "$work/out.mp4" "$work/copy.mp4"
+        sync # the last run's output written back first, so that no run pays for another's
         measure "$@"
     done | sort -n | awk '{ s[NR] = $1; k[NR] = $2 } END { m = int((NR + 1) / 2); print s[m], k[m] }'
 }
@@ -89,6 +90,7 @@ read -r rb_s rb_kb <<<"$(median "$rebuild" "$work/reference.mp4" "$work/cut.mp4"
 cat "$work/last.txt"
 echo "Peak memory of the rebuild on $large GB..."
 rm -f "$work/out.mp4" "$work/copy.mp4"
+sync
 read -r lg_s lg_kb <<<"$(measure "$rebuild" "$work/reference.mp4" "$work/large.mp4" "$work/out.mp4")"
 cat "$work/last.txt"
 
