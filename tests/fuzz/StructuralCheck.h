@@ -10,3 +10,7 @@ QString CheckStructuralPass(const QByteArray &input, const QString &path);
 
 // Processor time of this thread: what a check itself costs, whatever else the machine is doing.
 qint64 ThreadMs();
+
+// What a check may cost: a second of ThreadMs, times CORVANE_SLOWDOWN in a build that runs slower on
+// purpose (ThreadSanitizer's, by 5 to 15 times).
+qint64 BudgetMs();

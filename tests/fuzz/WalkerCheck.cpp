@@ -82,7 +82,7 @@ QString CheckSampleWalker(const QByteArray &input)
         return problem.isEmpty();
     });
     const qint64 ms = ThreadMs() - start;
-    if (problem.isEmpty() && ms > 1000)
+    if (problem.isEmpty() && ms > BudgetMs())
         problem = QString("the walk took %1 ms").arg(ms);
     return problem;
 }
