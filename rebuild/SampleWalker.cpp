@@ -37,6 +37,8 @@ PictureMatcher::Unit SampleWalker::PictureAt(int64_t pos, int64_t end)
 {
     if (!m_matcher)
         return {};
+    if (pos == m_lastPictureAt && end == m_lastPictureEnd)
+        return m_lastPicture;
     int64_t available = 0;
     const uint8_t *data = m_window.Bytes(pos, std::min(m_largestPicture, end - pos), &available);
     if (!m_matcher->MayStart(data, available))
@@ -45,11 +47,15 @@ PictureMatcher::Unit SampleWalker::PictureAt(int64_t pos, int64_t end)
     if (unit.size > 0 && m_matcher->RunsToNextStartCode()) {
         // No start code within the largest picture: not a picture, unless the data ends there.
         if (unit.size == available && pos + available < end)
-            return {};
-        unit.size = PictureEnd(pos, unit.size, end);
+            unit = {};
+        else
+            unit.size = PictureEnd(pos, unit.size, end);
     }
-    if (unit.size == 0 || !SampleFollows(pos + unit.size, end))
-        return {};
+    if (unit.size > 0 && !SampleFollows(pos + unit.size, end))
+        unit = {};
+    m_lastPictureAt = pos;
+    m_lastPictureEnd = end;
+    m_lastPicture = unit;
     return unit;
 }
 
@@ -118,9 +124,26 @@ bool SampleWalker::AudioStartsAt(int64_t pos, int64_t end, bool confirm)
 
 int64_t SampleWalker::NextPicture(int64_t from, int64_t limit, int64_t end)
 {
-    for (int64_t p = from; p < limit; ++p)
+    // Nearly every position fails the matcher's first look. Take that look on one span of mapped
+    // bytes, and ask PictureAt (which may move the window) only where it passes.
+    for (int64_t p = from; p < limit;) {
+        const int64_t base = p, wanted = std::min(end, limit + m_largestPicture) - base;
+        int64_t available = 0;
+        const uint8_t *span = m_window.Bytes(base, wanted, &available);
+        if (available < wanted) { // more than the window holds: one position at a time
+            if (PictureAt(p, end).size > 0)
+                return p;
+            ++p;
+            continue;
+        }
+        while (p < limit && !m_matcher->MayStart(span + (p - base), std::min(m_largestPicture, end - p)))
+            ++p;
+        if (p == limit)
+            break;
         if (PictureAt(p, end).size > 0)
             return p;
+        ++p;
+    }
     return limit;
 }
 

@@ -69,4 +69,8 @@ private:
     std::unique_ptr<AudioFramer> m_framer;
     int64_t m_largestPicture = 0;
     int m_largestAudio = 0;
+    // PictureAt's last answer: the walk asks again at the picture NextPicture has just found, and
+    // the answer (a trial decode of the sound after it, often) cannot have changed.
+    int64_t m_lastPictureAt = -1, m_lastPictureEnd = -1;
+    PictureMatcher::Unit m_lastPicture;
 };
