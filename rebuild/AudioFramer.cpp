@@ -47,7 +47,7 @@ AacFramer::~AacFramer()
     QuietLog::Restore(m_decoder.get());
 }
 
-std::vector<int> AacFramer::Decode(const uint8_t *data, int size, bool *error)
+std::vector<int> AacFramer::Decode(const uint8_t *data, int size, bool *error, size_t frames)
 {
     std::vector<int> left;
     *error = false;
@@ -61,14 +61,14 @@ std::vector<int> AacFramer::Decode(const uint8_t *data, int size, bool *error)
     std::memset(m_packet->data + size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
     m_packet->size = size;
     int ret = avcodec_send_packet(m_decoder.get(), m_packet.get());
-    while (ret >= 0) {
+    while (ret >= 0 && left.size() < frames) {
         ret = avcodec_receive_frame(m_decoder.get(), m_frame.get());
         if (ret < 0)
             break;
         left.push_back(m_frame->pkt_size);
         av_frame_unref(m_frame.get());
     }
-    *error = ret != AVERROR(EAGAIN) && ret != AVERROR_EOF;
+    *error = ret < 0 && ret != AVERROR(EAGAIN) && ret != AVERROR_EOF;
     return left;
 }
 
@@ -84,8 +84,10 @@ bool AacFramer::Reserve(int size)
 
 bool AacFramer::Decodes(const uint8_t *data, int size)
 {
+    // The first frame tells: the decoder takes one frame of the packet at a time, and the frames
+    // after it would cost as much again for nothing.
     bool error = false;
-    return !Decode(data, size, &error).empty();
+    return !Decode(data, size, &error, 1).empty();
 }
 
 bool AacFramer::StartsFrame(const uint8_t *data, int size)

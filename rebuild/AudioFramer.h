@@ -65,8 +65,8 @@ public:
 
 private:
     // Decodes [data, data+size) as one packet; the pkt_size of each frame decoded, in order, and
-    // whether an error ended the decode.
-    std::vector<int> Decode(const uint8_t *data, int size, bool *error);
+    // whether an error ended the decode. At most `frames` frames are decoded.
+    std::vector<int> Decode(const uint8_t *data, int size, bool *error, size_t frames = SIZE_MAX);
     bool Decodes(const uint8_t *data, int size);
     bool Reserve(int size);
 
