@@ -67,6 +67,12 @@ public:
     const uint8_t *Bytes(int64_t pos, int64_t n, int64_t *available);
     int64_t Size() const { return m_source.Size(); }
     int64_t Capacity() const { return m_capacity; }
+    // Where [p, p + n) lies in the file when those bytes are in the current mapping; -1 if not.
+    int64_t OffsetOf(const uint8_t *p, int64_t n) const
+    {
+        return m_map && p >= m_map && n >= 0 && p + n <= m_map + m_mapLength ? m_start + (p - m_map) : -1;
+    }
+    int Descriptor() const { return m_source.Descriptor(); }
 
 private:
     bool Map(int64_t pos);

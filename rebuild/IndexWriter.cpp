@@ -1,5 +1,7 @@
 #include "rebuild/IndexWriter.h"
 
+#include "rebuild/ByteSource.h"
+
 #include "repair/SafeFile.h"
 
 extern "C" {
@@ -82,7 +84,7 @@ IndexWriter::~IndexWriter()
     }
 }
 
-bool IndexWriter::Open(const QByteArray &path, const char *format)
+bool IndexWriter::Open(const QByteArray &path, const char *format, const SourceWindow *source)
 {
     if (avformat_alloc_output_context2(&m_out, nullptr, format, path.constData()) < 0 || !m_out)
         return false;
@@ -109,7 +111,14 @@ bool IndexWriter::Open(const QByteArray &path, const char *format)
     }
     // At disk speed: the samples go out as they come, by a thread of their own while the walk goes
     // on; the muxer's own small writes are gathered.
-    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, {1 << 20, true, true}))
+    SafeOutputOptions options;
+    options.bufferSize = 1 << 20;
+    options.direct = options.background = true;
+    if (source && source->Descriptor() >= 0) {
+        options.sourceFd = source->Descriptor();
+        options.inSource = [source](const uint8_t *data, int size) { return source->OffsetOf(data, size); };
+    }
+    if (m_out->nb_streams == 0 || !OpenSafeOutput(m_out, path, options))
         return false;
     return avformat_write_header(m_out, nullptr) >= 0;
 }

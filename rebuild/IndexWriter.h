@@ -43,6 +43,8 @@ private:
 // pictures get their decoding time from their order and their presentation time from their POC;
 // audio frames follow one another. The first pictures are held back until the depth of the
 // stream's reordering is known.
+class SourceWindow;
+
 class IndexWriter
 {
 public:
@@ -51,8 +53,9 @@ public:
     IndexWriter(const IndexWriter &) = delete;
     IndexWriter &operator=(const IndexWriter &) = delete;
 
-    // Makes `path` afresh in the container `format` ("mov", "mp4", "ipod", "f4v").
-    bool Open(const QByteArray &path, const char *format);
+    // Makes `path` afresh in the container `format` ("mov", "mp4", "ipod", "f4v"). Samples that
+    // lie in `source`'s mapping when they are added are copied from its file by the kernel.
+    bool Open(const QByteArray &path, const char *format, const SourceWindow *source = nullptr);
     bool Add(const WalkedSample &sample, const uint8_t *data);
     // Writes what is held back and the index; false when the file could not be finished.
     bool Finish();

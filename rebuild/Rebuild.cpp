@@ -73,10 +73,10 @@ RebuildResult RebuildIndex(const QString &damaged, const QString &output, const 
     if (!layout.HasMedia())
         return result;
 
-    IndexWriter writer(description);
-    if (!writer.Open(QFile::encodeName(output), ContainerFor(output)))
-        return result;
     SourceWindow window(source, WindowSize);
+    IndexWriter writer(description);
+    if (!writer.Open(QFile::encodeName(output), ContainerFor(output), &window))
+        return result;
     SampleWalker walker(description, window);
     const int64_t total = layout.MediaBytes();
     result.mediaBytes = total;

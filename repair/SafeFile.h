@@ -2,7 +2,9 @@
 
 #include <QByteArray>
 
+#include <cstdint>
 #include <cstdio>
+#include <functional>
 
 // The working copies live in a folder every user may write to. A name there can be replaced by a
 // symbolic link at any moment, so the repair never opens one in a way that would follow a link:
@@ -25,6 +27,11 @@ struct SafeOutputOptions
     bool direct = false;      // a packet's payload goes out as it comes, not through the buffer
     bool background = false;  // written by a thread of its own, so that the muxer's caller works on
                               // while the disk takes the bytes (up to 8 MiB gather meanwhile)
+    // With background and direct: payloads that are bytes of the file open at sourceFd (a mapping
+    // of it) are copied from there by the kernel instead of through our memory. inSource gives
+    // their offset in that file, or -1; it is asked as the muxer writes, while the bytes are there.
+    int sourceFd = -1;
+    std::function<int64_t(const uint8_t *data, int size)> inSource;
 };
 
 // Gives a muxer an output written through a descriptor made by CreateFreshDescriptor rather than
