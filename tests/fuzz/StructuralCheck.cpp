@@ -1,5 +1,8 @@
 #include "StructuralCheck.h"
 
+#include <QDirIterator>
+#include <QtTest>
+
 #include "repair/RepairContext.h"
 #include "repair/ThreadVideoRepair.h"
 
@@ -13,6 +16,17 @@ namespace {
 // duration word, 28 bytes on.
 constexpr qint64 MaxGrowth = 32;
 } // namespace
+
+void AddReplayRows(const QString &corpus, const QString &failed)
+{
+    QTest::addColumn<QString>("input");
+    for (const QString &folder : {corpus, failed})
+        for (QDirIterator it(QString(CORVANE_FUZZ_DIR) + "/" + folder, QDir::Files); it.hasNext();) {
+            const QString file = it.next();
+            QTest::newRow(qPrintable(folder + "/" + it.fileName())) << file;
+        }
+    QVERIFY2(QDir(QString(CORVANE_FUZZ_DIR) + "/" + corpus).count() > 2, "no inputs to replay");
+}
 
 qint64 BudgetMs()
 {

@@ -14,3 +14,7 @@ qint64 ThreadMs();
 // What a check may cost: a second of ThreadMs, times CORVANE_SLOWDOWN in a build that runs slower on
 // purpose (ThreadSanitizer's, by 5 to 15 times).
 qint64 BudgetMs();
+
+// One data row ("input", the file's path) for each input of the fuzzing corpus in `corpus` and of
+// the inputs that once failed, in `failed` (folders of tests/fuzz).
+void AddReplayRows(const QString &corpus, const QString &failed);

@@ -5,6 +5,7 @@
 #include "Bytes.h"
 #include "Fixtures.h"
 #include "Recoverable.h"
+#include "StructuralCheck.h"
 #include "WalkerCheck.h"
 
 #include "rebuild/Rebuild.h"
@@ -327,13 +328,7 @@ private slots:
 
     void walkerInputs_data()
     {
-        QTest::addColumn<QString>("input");
-        for (const char *folder : {"walker-corpus", "walker-crashes"})
-            for (QDirIterator it(QString(CORVANE_FUZZ_DIR) + "/" + folder, QDir::Files); it.hasNext();) {
-                const QString file = it.next();
-                QTest::newRow(qPrintable(QString(folder) + "/" + it.fileName())) << file;
-            }
-        QVERIFY2(QDir(CORVANE_FUZZ_DIR "/walker-corpus").count() > 2, "no inputs to replay");
+        AddReplayRows("walker-corpus", "walker-crashes");
     }
 
     void walkerInputs()

@@ -386,13 +386,7 @@ private Q_SLOTS:
 
     void fuzzInputs_data()
     {
-        QTest::addColumn<QString>("input");
-        for (const char *folder : {"corpus", "crashes"})
-            for (QDirIterator it(QString(CORVANE_FUZZ_DIR) + "/" + folder, QDir::Files); it.hasNext();) {
-                const QString file = it.next();
-                QTest::newRow(qPrintable(QString(folder) + "/" + it.fileName())) << file;
-            }
-        QVERIFY2(QDir(CORVANE_FUZZ_DIR "/corpus").count() > 2, "no inputs to replay");
+        AddReplayRows("corpus", "crashes");
     }
 
     void fuzzInputs()
